@@ -1,0 +1,46 @@
+# quorbex_module(NAME DIR [MORE_DIRS dir...] [DEPS mod...] [LIBS lib...])
+# Builds every .cpp directly in DIR (and MORE_DIRS) into the static library quorbex_NAME, linked against
+# the named modules and, privately, the external LIBS. A folder with no sources yet becomes an interface library, so the dependency graph stays
+# the same while subsystems are filled in.
+set(QUORBEX_MODULES "" CACHE INTERNAL "")
+function(quorbex_module name dir)
+  cmake_parse_arguments(M "" "" "MORE_DIRS;DEPS;LIBS" ${ARGN})
+  set(sources "")
+  foreach(d IN ITEMS ${dir} ${M_MORE_DIRS})
+    file(GLOB s CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${d}/*.cpp)
+    list(APPEND sources ${s})
+  endforeach()
+  set(target quorbex_${name})
+  set(deps "")
+  foreach(d IN LISTS M_DEPS)
+    list(APPEND deps quorbex_${d})
+  endforeach()
+  if(sources)
+    add_library(${target} STATIC ${sources})
+    target_include_directories(${target} PUBLIC
+      $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+      $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/src>)
+    target_link_libraries(${target} PUBLIC ${deps} Threads::Threads PRIVATE ${M_LIBS})
+  else()
+    add_library(${target} INTERFACE)
+    target_include_directories(${target} INTERFACE
+      $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+      $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/src>)
+    target_link_libraries(${target} INTERFACE ${deps} Threads::Threads)
+  endif()
+  set(QUORBEX_MODULES ${QUORBEX_MODULES} ${target} CACHE INTERNAL "")
+endfunction()
+
+# quorbex_test(MODULE) builds tests/MODULE/*_test.cpp into test_MODULE, linked against quorbex_MODULE
+# and the shared test support library.
+function(quorbex_test name)
+  set(extra ${ARGN})
+  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${name}/*_test.cpp)
+  if(NOT sources)
+    return()
+  endif()
+  add_executable(test_${name} ${sources})
+  target_link_libraries(test_${name} PRIVATE quorbex_${name} ${extra} quorbex_test_support GTest::gtest GTest::gmock GTest::gtest_main)
+  target_compile_definitions(test_${name} PRIVATE QUORBEX_SHARED_DATA="${PROJECT_SOURCE_DIR}/../shared/data")
+  gtest_discover_tests(test_${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 600)
+endfunction()

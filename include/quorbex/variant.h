@@ -1,0 +1,195 @@
+// Variant: the one value type of the library.
+//
+// Every field value, every argument and result that the automation interface calls a variant is a
+// quorbex::Variant. It has the kinds of a classic Basic variant and implements, in one place, their
+// conversions and comparisons with the classic semantics:
+//
+//   kind      C++ payload            VarType code
+//   Empty     -                      0   (never assigned; reads as 0 or "")
+//   Null      -                      1   (no value; propagates through comparisons)
+//   Integer   int16_t                2
+//   Long      int32_t                3
+//   Single    float                  4
+//   Double    double                 5
+//   Currency  Currency (int64/10^4)  6
+//   Date      Date (day serial)      7
+//   String    std::string (UTF-8)    8
+//   Object    ObjectRef              9   (a shared reference to any library object)
+//   Boolean   bool                   11  (True reads as -1 in numbers)
+//   Byte      uint8_t                17
+//
+// Conversions that fail raise AutomationError with the runtime's number: 13 "Type mismatch" for text
+// that is not a number or date, 6 "Overflow" for a number out of range, 94 "Invalid use of Null".
+// Text<->number and text<->date conversions follow the thread's Locale (quorbex/locale.h).
+#pragma once
+
+#include <compare>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "quorbex/errors.h"
+#include "quorbex/locale.h"
+
+namespace quorbex {
+
+class Variant;
+
+// Base of every library object that can be held by a Variant (DataLayer, collections, records, ...).
+class Object {
+ public:
+  virtual ~Object() = default;
+  // What a plain (value) assignment of the object yields: its default property. Empty unless a class
+  // has one.
+  virtual Variant DefaultValue() const;
+};
+using ObjectRef = std::shared_ptr<Object>;
+
+enum class VarType : int16_t {
+  Empty = 0,
+  Null = 1,
+  Integer = 2,
+  Long = 3,
+  Single = 4,
+  Double = 5,
+  Currency = 6,
+  Date = 7,
+  String = 8,
+  Object = 9,
+  Boolean = 11,
+  Byte = 17,
+};
+
+// Fixed point with four decimals, held as value * 10000.
+struct Currency {
+  int64_t scaled = 0;
+  static Currency FromDouble(double value);  // rounds half to even; raises 6 when out of range
+  double ToDouble() const noexcept { return static_cast<double>(scaled) / 10000.0; }
+  auto operator<=>(const Currency&) const = default;
+};
+
+// The classic day serial: whole days since 1899-12-30, the time of day as the fraction.
+struct Date {
+  double serial = 0.0;
+  auto operator<=>(const Date&) const = default;
+};
+
+struct NullValue {
+  bool operator==(const NullValue&) const = default;
+};
+inline constexpr NullValue Null{};
+
+class Variant {
+ public:
+  Variant() noexcept = default;  // Empty
+  Variant(NullValue) noexcept : v_(NullValue{}) {}
+  Variant(bool b) noexcept : v_(b) {}
+  Variant(uint8_t b) noexcept : v_(b) {}
+  Variant(int16_t i) noexcept : v_(i) {}
+  Variant(int32_t l) noexcept : v_(l) {}
+  // 64-bit integers become Long when they fit and Double otherwise.
+  Variant(long l) noexcept;
+  Variant(long long l) noexcept;
+  Variant(float f) noexcept : v_(f) {}
+  Variant(double d) noexcept : v_(d) {}
+  Variant(Currency c) noexcept : v_(c) {}
+  Variant(Date d) noexcept : v_(d) {}
+  Variant(const char* s) : v_(std::string(s ? s : "")) {}
+  Variant(std::string s) noexcept : v_(std::move(s)) {}
+  Variant(std::string_view s) : v_(std::string(s)) {}
+  Variant(ObjectRef o) noexcept : v_(std::move(o)) {}
+  template <class T>
+    requires std::is_base_of_v<Object, T>
+  Variant(std::shared_ptr<T> o) noexcept : v_(ObjectRef(std::move(o))) {}
+
+  VarType Type() const noexcept;
+
+  bool IsEmpty() const noexcept { return v_.index() == 0; }
+  bool IsNull() const noexcept { return std::holds_alternative<NullValue>(v_); }
+  bool IsObject() const noexcept { return std::holds_alternative<ObjectRef>(v_); }
+  bool IsString() const noexcept { return std::holds_alternative<std::string>(v_); }
+  bool IsBoolean() const noexcept { return std::holds_alternative<bool>(v_); }
+  bool IsDateValue() const noexcept { return std::holds_alternative<Date>(v_); }
+  // True for the number kinds: Byte, Integer, Long, Single, Double, Currency (not Boolean, not Date).
+  bool IsNumberKind() const noexcept;
+
+  // Unchecked access to the payload; the caller has checked Type().
+  bool AsBoolean() const { return std::get<bool>(v_); }
+  uint8_t AsByte() const { return std::get<uint8_t>(v_); }
+  int16_t AsInteger() const { return std::get<int16_t>(v_); }
+  int32_t AsLong() const { return std::get<int32_t>(v_); }
+  float AsSingle() const { return std::get<float>(v_); }
+  double AsDouble() const { return std::get<double>(v_); }
+  Currency AsCurrency() const { return std::get<Currency>(v_); }
+  Date AsDate() const { return std::get<Date>(v_); }
+  const std::string& AsString() const { return std::get<std::string>(v_); }
+  const ObjectRef& AsObject() const { return std::get<ObjectRef>(v_); }
+
+  // Exact equality of kind and payload (Null equals Null, 1 as Long differs from 1 as Double). For the
+  // classic "=" use Compare / Equals below.
+  bool SameAs(const Variant& other) const noexcept { return v_ == other.v_; }
+
+ private:
+  std::variant<std::monostate, NullValue, bool, uint8_t, int16_t, int32_t, float, double, Currency, Date,
+               std::string, ObjectRef>
+      v_;
+};
+
+// ---- Tests ----------------------------------------------------------------------------------------
+bool IsEmpty(const Variant& v) noexcept;
+bool IsNull(const Variant& v) noexcept;
+bool IsObject(const Variant& v) noexcept;
+// True for a number kind, a Boolean and Empty, and for a text that reads as a number in the current
+// locale (blanks around it, sign, decimal and thousands separators, exponent); False for a Date, Null,
+// an Object and any other text.
+bool IsNumeric(const Variant& v) noexcept;
+// A Date, or a text that reads as a date and/or time in the current locale (or as an ISO date).
+bool IsDate(const Variant& v) noexcept;
+
+// ---- Conversions ----------------------------------------------------------------------------------
+// Text form: numbers with the locale's decimal separator (Double with up to 15 significant digits,
+// Single with 7), Boolean "True"/"False", Date in the short date and long time format (the time is
+// left out at midnight, the date for a bare time), Empty "". Null raises 94; an Object its default.
+std::string CStr(const Variant& v);
+double CDbl(const Variant& v);
+// Round half to even; out of range raises 6 "Overflow"; non-numeric text raises 13.
+int32_t CLng(const Variant& v);
+int16_t CInt(const Variant& v);
+uint8_t CByte(const Variant& v);
+float CSng(const Variant& v);
+Currency CCur(const Variant& v);
+bool CBool(const Variant& v);
+Date CDate(const Variant& v);
+// The leading number of the text form, "." as decimal point whatever the locale; 0 when none.
+double Val(const Variant& v);
+double Val(std::string_view text);
+
+// Parsing with the current locale; nullopt when the text is not a number / date.
+std::optional<double> ParseNumber(std::string_view text);
+std::optional<Date> ParseDate(std::string_view text);
+
+// ---- Comparison -----------------------------------------------------------------------------------
+// The classic comparison of two variants: Null on either side gives Null (nullopt); numbers compare as
+// numbers, texts by character codes (binary compare), a number against a text that reads as a number as
+// numbers (otherwise the number is less than the text), Empty as 0 against a number and as "" against
+// a text, Booleans as -1/0, Dates by their serial.
+std::optional<std::strong_ordering> Compare(const Variant& a, const Variant& b);
+// The classic "a = b" as a Boolean test: False when either side is Null.
+bool Equals(const Variant& a, const Variant& b);
+
+// ---- Dates ----------------------------------------------------------------------------------------
+struct CivilDateTime {
+  int year = 1899, month = 12, day = 30, hour = 0, minute = 0, second = 0;
+};
+Date DateSerial(int year, int month, int day);          // months/days outside their range roll over
+double TimeSerial(int hour, int minute, int second);   // the fraction of a day
+Date MakeDate(const CivilDateTime& civil);
+CivilDateTime ToCivil(Date d);                         // rounded to the nearest second
+Date Now();                                            // local date and time
+// The date and time in the locale's short date and long time formats ("FormatDateTime" general form).
+std::string FormatDate(Date d);
+
+}  // namespace quorbex

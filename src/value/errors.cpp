@@ -1,0 +1,23 @@
+#include "quorbex/errors.h"
+
+namespace quorbex {
+
+namespace {
+const char* RuntimeErrorText(int32_t number) {
+  switch (number) {
+    case errnum::kInvalidProcedureCall: return "Invalid procedure call or argument";
+    case errnum::kOverflow: return "Overflow";
+    case errnum::kSubscriptOutOfRange: return "Subscript out of range";
+    case errnum::kTypeMismatch: return "Type mismatch";
+    case errnum::kInvalidUseOfNull: return "Invalid use of Null";
+    case errnum::kObjectRequired: return "Object required";
+    default: return "Application-defined or object-defined error";
+  }
+}
+}  // namespace
+
+void RaiseRuntimeError(int32_t number, const std::string& source) {
+  throw AutomationError(number, source, RuntimeErrorText(number));
+}
+
+}  // namespace quorbex
