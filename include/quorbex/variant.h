@@ -164,8 +164,13 @@ Currency CCur(const Variant& v);
 bool CBool(const Variant& v);
 Date CDate(const Variant& v);
 // The leading number of the text form, "." as decimal point whatever the locale; 0 when none.
+// Blanks, tabs and line feeds anywhere are skipped ("1 2" is 12); "&H"/"&O" read hexadecimal and octal
+// integers (&HFFFF is -1, as an Integer). Null raises 94 (it has no text form); a number beyond Double
+// raises 6. A number's text form follows the locale, so under a decimal comma Val(1.5) is 1.
 double Val(const Variant& v);
 double Val(std::string_view text);
+double Val(const std::string& text);  // these two keep Val("...") from being ambiguous
+double Val(const char* text);
 
 // Parsing with the current locale; nullopt when the text is not a number / date.
 std::optional<double> ParseNumber(std::string_view text);

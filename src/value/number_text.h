@@ -1,0 +1,34 @@
+// Numbers to text and back, shared by the conversions and comparisons of Variant.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "quorbex/locale.h"
+#include "quorbex/variant.h"
+
+namespace quorbex::detail {
+
+enum class ScanStatus { kOk, kNotNumber, kOverflow };
+
+struct NumberScan {
+  ScanStatus status = ScanStatus::kNotNumber;
+  double value = 0.0;
+};
+
+// Reads the whole text as a number in `locale`: blanks around it, a leading or trailing sign or
+// parentheses for a negative, thousands separators in the integer part, the decimal separator, an
+// exponent (E or D), or &H / &O integers.
+NumberScan ScanNumber(std::string_view text, const Locale& locale);
+
+// The leading number of the text with "." as decimal point; blanks, tabs and line feeds anywhere are
+// skipped. Raises 6 for a number beyond the range of Double.
+double ScanLeadingNumber(std::string_view text);
+
+// The classic text of a Double (15 significant digits) or a Single (7): the shortest of those digits,
+// in exponent form ("1E+20", "1E-05") outside the range printf's %G writes plainly; the locale's
+// decimal separator.
+std::string FormatFloating(double value, bool single, const Locale& locale);
+std::string FormatCurrency(Currency value, const Locale& locale);
+
+}  // namespace quorbex::detail

@@ -1,0 +1,102 @@
+#include "quorbex/text.h"
+
+#include <gtest/gtest.h>
+
+#include "quorbex/errors.h"
+
+namespace quorbex {
+namespace {
+
+template <class F>
+int32_t ErrorOf(F&& f) {
+  try {
+    f();
+  } catch (const AutomationError& e) {
+    return e.Number();
+  }
+  return 0;
+}
+
+// "Ärger" and friends, spelled as bytes so the test does not depend on the source encoding.
+const std::string kAerger = "\xc3\x84rger";     // Ärger
+const std::string kaerger = "\xc3\xa4rger";     // ärger
+const std::string kStrasse = "Stra\xc3\x9f" "e";  // Straße
+
+TEST(Text, CaseMappingCoversUnicode) {
+  EXPECT_EQ(LCase(kAerger), kaerger);
+  EXPECT_EQ(UCase(kaerger), "\xc3\x84RGER");
+  EXPECT_EQ(UCase("\xc3\xa9t\xc3\xa9"), "\xc3\x89T\xc3\x89");  // été -> ÉTÉ
+  EXPECT_EQ(LCase("\xce\xa3\xce\x9f\xce\xa6"), "\xcf\x83\xce\xbf\xcf\x86");  // ΣΟΦ -> σοφ
+  EXPECT_EQ(UCase(kStrasse), "STRA\xc3\x9f" "E");  // ß has no single upper-case letter
+  EXPECT_EQ(LCase("MiXeD 123 !?"), "mixed 123 !?");
+  EXPECT_EQ(UCase(""), "");
+}
+
+TEST(Text, InvalidUtf8PassesThroughAndCountsPerByte) {
+  const std::string broken = "A\xff" "b\xc3";  // stray byte, then a truncated sequence at the end
+  EXPECT_EQ(UCase(broken), "A\xff" "B\xc3");
+  EXPECT_EQ(LCase(broken), "a\xff" "b\xc3");
+  EXPECT_EQ(Len(broken), 4);
+  EXPECT_EQ(Mid(broken, 2, 1), "\xff");
+  EXPECT_EQ(Right(broken, 1), "\xc3");
+  // Overlong encodings and encoded surrogates are broken bytes too.
+  EXPECT_EQ(Len("\xc0\xaf"), 2);
+  EXPECT_EQ(Len("\xed\xa0\x80"), 3);
+  EXPECT_EQ(UCase("\xed\xa0\x80x"), "\xed\xa0\x80X");
+  // A lone lead byte never matches inside a well-formed character.
+  EXPECT_EQ(InStr(kaerger, "\xc3"), 0);
+  EXPECT_EQ(Replace(kaerger, "\xc3", "X"), kaerger);
+  EXPECT_EQ(InStr("x\xc3" "a" + kaerger, "\xc3"), 2);
+  // A stray continuation byte matches only where it stands alone.
+  EXPECT_EQ(InStr(kaerger + "\xa4", "\xa4"), 6);
+}
+
+TEST(Text, PositionsCountCharacters) {
+  EXPECT_EQ(Len(kStrasse), 6);
+  EXPECT_EQ(Len(""), 0);
+  EXPECT_EQ(Left(kaerger, 1), "\xc3\xa4");
+  EXPECT_EQ(Left(kaerger, 99), kaerger);
+  EXPECT_EQ(Left(kaerger, 0), "");
+  EXPECT_EQ(Right(kStrasse, 2), "\xc3\x9f" "e");
+  EXPECT_EQ(Right(kStrasse, 0), "");
+  EXPECT_EQ(Right("abc", 10), "abc");
+  EXPECT_EQ(Mid(kStrasse, 5), "\xc3\x9f" "e");
+  EXPECT_EQ(Mid(kStrasse, 5, 1), "\xc3\x9f");
+  EXPECT_EQ(Mid("abc", 4), "");
+  EXPECT_EQ(Mid("abc", 10, 2), "");
+  EXPECT_EQ(Mid("abc", 2, 0), "");
+  EXPECT_EQ(ErrorOf([] { Left("abc", -1); }), errnum::kInvalidProcedureCall);
+  EXPECT_EQ(ErrorOf([] { Right("abc", -1); }), errnum::kInvalidProcedureCall);
+  EXPECT_EQ(ErrorOf([] { Mid("abc", 0); }), errnum::kInvalidProcedureCall);
+  EXPECT_EQ(ErrorOf([] { Mid("abc", 1, -2); }), errnum::kInvalidProcedureCall);
+}
+
+TEST(Text, InStrFindsCharacterPositions) {
+  EXPECT_EQ(InStr(kStrasse, "e"), 6);
+  EXPECT_EQ(InStr("abcabc", "bc"), 2);
+  EXPECT_EQ(InStr("abcabc", "bc", 3), 5);
+  EXPECT_EQ(InStr("abcabc", "x"), 0);
+  EXPECT_EQ(InStr("abc", "C"), 0);  // binary compare
+  EXPECT_EQ(InStr("abc", "", 2), 2);
+  EXPECT_EQ(InStr("abc", "", 4), 4);
+  EXPECT_EQ(InStr("abc", "", 5), 0);
+  EXPECT_EQ(InStr("abc", "a", 9), 0);
+  EXPECT_EQ(InStr("", "a"), 0);
+  EXPECT_EQ(ErrorOf([] { InStr("abc", "a", 0); }), errnum::kInvalidProcedureCall);
+}
+
+TEST(Text, TrimRemovesSpacesOnlyAndReplaceIsLiteral) {
+  EXPECT_EQ(Trim("  a b  "), "a b");
+  EXPECT_EQ(Trim("\ta\t"), "\ta\t");
+  EXPECT_EQ(Trim("   "), "");
+  EXPECT_EQ(LTrim("  a "), "a ");
+  EXPECT_EQ(RTrim("  a "), "  a");
+  EXPECT_EQ(Replace("a.b.c", ".", "::"), "a::b::c");
+  EXPECT_EQ(Replace("aaa", "aa", "b"), "ba");
+  EXPECT_EQ(Replace("abc", "", "x"), "abc");
+  EXPECT_EQ(Replace("abc", "b", ""), "ac");
+  EXPECT_EQ(Replace(kStrasse, "\xc3\x9f", "ss"), "Strasse");
+}
+
+}  // namespace
+}  // namespace quorbex
