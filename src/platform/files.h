@@ -1,0 +1,52 @@
+// Files: the few whole-file operations the library needs.
+//
+// Every operation is binary-safe (bytes go through untouched, NUL included), never throws, and
+// reports failure as false / nullopt. A path containing a NUL byte names no file.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/installable.h"
+
+namespace quorbex::platform {
+
+class FileSystem {
+ public:
+  virtual ~FileSystem() = default;
+  virtual bool FileExists(const std::string& path) = 0;
+  virtual bool FolderExists(const std::string& path) = 0;
+  virtual bool DeleteFile(const std::string& path) = 0;
+  virtual bool RenameFile(const std::string& from, const std::string& to) = 0;
+  virtual bool WriteFile(const std::string& path, std::string_view bytes) = 0;
+  virtual bool AppendFile(const std::string& path, std::string_view bytes) = 0;
+  virtual std::optional<std::string> ReadFile(const std::string& path) = 0;
+};
+
+// The POSIX default. New files get mode 0666 less the process umask.
+std::shared_ptr<FileSystem> PosixFileSystem();
+
+// Installs `files` process-wide (nullptr: the default) and returns the previous one.
+std::shared_ptr<FileSystem> Install(std::shared_ptr<FileSystem> files);
+using FileSystemScope = InstallScope<FileSystem>;
+
+// True when `path` names an existing file (anything but a folder; symbolic links are followed).
+bool FileExists(const std::string& path);
+// True when `path` names an existing folder.
+bool FolderExists(const std::string& path);
+// Removes the file; false when it does not exist or cannot be removed.
+bool DeleteFile(const std::string& path);
+// Moves `from` to `to`; false when `from` is missing, `to` already exists (nothing is overwritten) or
+// the move fails.
+bool RenameFile(const std::string& from, const std::string& to);
+// Creates the file, or empties an existing one, and writes `bytes`; false on any failure (the folder
+// missing or unwritable among them).
+bool WriteFile(const std::string& path, std::string_view bytes);
+// Appends `bytes`, creating the file when it is missing; false on any failure.
+bool AppendFile(const std::string& path, std::string_view bytes);
+// The whole content; nullopt when the file cannot be read.
+std::optional<std::string> ReadFile(const std::string& path);
+
+}  // namespace quorbex::platform
