@@ -16,7 +16,8 @@ struct Locale {
   std::string thousands_separator = ",";
   DateOrder date_order = DateOrder::YMD;
   std::string date_separator = "-";
-  // Format patterns in the classic notation: yyyy, mm, dd for dates; hh, nn, ss for times.
+  // Format patterns in the classic notation: yyyy, yy, mm, m, dd, d for dates; hh, h, nn, n, ss, s for
+  // times, with "AM/PM" for a 12-hour clock. Other characters are written as they are.
   std::string short_date_format = "yyyy-mm-dd";
   std::string long_time_format = "hh:nn:ss";
 
@@ -24,12 +25,18 @@ struct Locale {
   static Locale C();
   // "," decimal comma, "." thousands, dd.mm.yyyy and hh:nn:ss.
   static Locale German();
-  // US English: "." decimal point, "," thousands, m/d/yyyy and h:nn:ss AM/PM written as 24-hour hh:nn:ss.
+  // US English: "." decimal point, "," thousands, m/d/yyyy, and the time as 24-hour hh:nn:ss rather
+  // than h:nn:ss AM/PM.
   static Locale English();
-  // Built from the process's LC_NUMERIC and LC_TIME; C() for "C" and "POSIX".
+  // Built from the process's LC_NUMERIC and LC_TIME: the locale the program selected with setlocale,
+  // or while that is still "C", the one the environment names (LC_ALL, LC_NUMERIC / LC_TIME, LANG).
+  // C() for "C", "POSIX" and their UTF-8 variants, and for a locale that is not installed. The decimal
+  // and thousands separators, the date order, separator and short date format, and the long time
+  // format come from the locale's RADIXCHAR, THOUSEP, D_FMT and T_FMT.
   static Locale FromProcess();
 
-  // The calling thread's locale.
+  // The calling thread's locale. A thread starts with FromProcess() as it was when the library first
+  // needed a locale.
   static const Locale& Current();
   static void SetCurrent(const Locale& locale);
 };

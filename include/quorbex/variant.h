@@ -143,25 +143,41 @@ bool IsEmpty(const Variant& v) noexcept;
 bool IsNull(const Variant& v) noexcept;
 bool IsObject(const Variant& v) noexcept;
 // True for a number kind, a Boolean and Empty, and for a text that reads as a number in the current
-// locale (blanks around it, sign, decimal and thousands separators, exponent); False for a Date, Null,
-// an Object and any other text.
+// locale (blanks around it, a leading or trailing sign or parentheses, thousands separators in the
+// integer part, the decimal separator, an exponent with E or D, &H/&O integers); False for a Date,
+// Null, an Object, "" and any other text, including a number beyond the range of Double. Under a
+// decimal comma "1.5" is numeric (fifteen, "." groups thousands), as the classic runtime has it.
 bool IsNumeric(const Variant& v) noexcept;
-// A Date, or a text that reads as a date and/or time in the current locale (or as an ISO date).
+// A Date, or a text that reads as a date and/or time in the current locale: three numbers joined by
+// "/", "-", "." or the locale's separator in the locale's order (a 4-digit first number always reads
+// as year-month-day, so ISO yyyy-mm-dd works everywhere; 2-digit years 00-29 are 20xx, 30-99 19xx),
+// or day, month name, year ("31 Dec 2020", "1. März 2021") and month name, day, year ("Dec 31, 2020"),
+// English or German names; optionally followed (after a blank or ISO's "T") by a time "h:nn[:ss[.fff]]"
+// with an optional AM/PM; or a time alone. The date must exist and lie in 0100..9999. A number is no
+// date (IsDate(5) and IsDate("5") are False).
 bool IsDate(const Variant& v) noexcept;
 
 // ---- Conversions ----------------------------------------------------------------------------------
 // Text form: numbers with the locale's decimal separator (Double with up to 15 significant digits,
 // Single with 7), Boolean "True"/"False", Date in the short date and long time format (the time is
 // left out at midnight, the date for a bare time), Empty "". Null raises 94; an Object its default.
+// Doubles switch to the exponent form outside 1E-05..1E+15: CStr(1e20) is "1E+20".
+//
+// Every conversion below reads an Object as its DefaultValue() (an empty reference raises 91 "Object
+// variable or With block variable not set"), Null raises 94, Empty is 0, True is -1, a Date its serial,
+// and a text is read with ParseNumber: a text that is no number raises 13, one beyond Double raises 6.
 std::string CStr(const Variant& v);
 double CDbl(const Variant& v);
-// Round half to even; out of range raises 6 "Overflow"; non-numeric text raises 13.
+// Round half to even (CInt(2.5) is 2, CInt(3.5) is 4); out of range raises 6 "Overflow".
 int32_t CLng(const Variant& v);
 int16_t CInt(const Variant& v);
 uint8_t CByte(const Variant& v);
-float CSng(const Variant& v);
+float CSng(const Variant& v);  // beyond the range of Single raises 6
+// Four decimals, halves of the decimal value to the even neighbour; beyond +-922337203685477 raises 6.
 Currency CCur(const Variant& v);
+// Numbers: not 0. Texts: "True"/"False" in any letter case and blanks around, or a numeric text.
 bool CBool(const Variant& v);
+// A text must satisfy IsDate (otherwise 13); a number is taken as a serial (outside 0100..9999: 6).
 Date CDate(const Variant& v);
 // The leading number of the text form, "." as decimal point whatever the locale; 0 when none.
 // Blanks, tabs and line feeds anywhere are skipped ("1 2" is 12); "&H"/"&O" read hexadecimal and octal
@@ -180,7 +196,9 @@ std::optional<Date> ParseDate(std::string_view text);
 // The classic comparison of two variants: Null on either side gives Null (nullopt); numbers compare as
 // numbers, texts by character codes (binary compare), a number against a text that reads as a number as
 // numbers (otherwise the number is less than the text), Empty as 0 against a number and as "" against
-// a text, Booleans as -1/0, Dates by their serial.
+// a text, Booleans as -1/0, Dates by their serial (against a text that reads as a date, by both
+// serials). Objects compare by their DefaultValue(). Texts are read as numbers and dates in the current
+// locale.
 std::optional<std::strong_ordering> Compare(const Variant& a, const Variant& b);
 // The classic "a = b" as a Boolean test: False when either side is Null.
 bool Equals(const Variant& a, const Variant& b);
@@ -189,12 +207,25 @@ bool Equals(const Variant& a, const Variant& b);
 struct CivilDateTime {
   int year = 1899, month = 12, day = 30, hour = 0, minute = 0, second = 0;
 };
-Date DateSerial(int year, int month, int day);          // months/days outside their range roll over
-double TimeSerial(int hour, int minute, int second);   // the fraction of a day
+// Serials count days since 1899-12-30. Before that day the integer part is the day and the fraction
+// the time of day in absolute terms: 1899-12-29 06:00 is -1.25 (so such serials do not order by time).
+//
+// Months and days outside their range roll over (month 13 is January of the next year, day 0 the last
+// day of the month before); years 0-29 are 2000-2029 and 30-99 are 1930-1999. A result outside
+// 0100-01-01..9999-12-31 raises 5 "Invalid procedure call or argument".
+Date DateSerial(int year, int month, int day);
+double TimeSerial(int hour, int minute, int second);   // the fraction of a day (may exceed 1)
+// Like DateSerial with the time of day added (hours, minutes, seconds roll over too), but the year is
+// taken as it is. Raises 5 outside 0100..9999.
 Date MakeDate(const CivilDateTime& civil);
-CivilDateTime ToCivil(Date d);                         // rounded to the nearest second
-Date Now();                                            // local date and time
-// The date and time in the locale's short date and long time formats ("FormatDateTime" general form).
+// Rounded to the nearest second. A serial outside 0100..9999 gives a civil date outside that range, a
+// NaN gives 1899-12-30; neither raises.
+CivilDateTime ToCivil(Date d);
+// Local date and time from the system clock, to the second. Code that a test must be able to run on
+// a fake clock asks platform::NowLocal() instead.
+Date Now();
+// The date and time in the locale's short date and long time formats ("FormatDateTime" general form):
+// the time is left out at midnight, the date on day 0 (1899-12-30). Same text as CStr of a Date.
 std::string FormatDate(Date d);
 
 }  // namespace quorbex

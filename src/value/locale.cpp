@@ -1,5 +1,7 @@
 #include "quorbex/locale.h"
 
+#include "value/locale_info.h"
+
 #include <clocale>
 #include <langinfo.h>
 #include <locale.h>
@@ -93,32 +95,27 @@ TranslatedPattern TranslateStrftime(std::string_view f) {
 }
 
 Locale BuildProcessLocale() {
-  Locale result = Locale::C();
   const std::string numeric = ProcessLocaleName(LC_NUMERIC, LC_NUMERIC_MASK);
   const std::string time = ProcessLocaleName(LC_TIME, LC_TIME_MASK);
+  std::string radix, thousands, date_format, time_format;
   if (!IsPlainCName(numeric)) {
     if (const locale_t loc = newlocale(LC_NUMERIC_MASK, numeric.c_str(), static_cast<locale_t>(nullptr))) {
-      const std::string radix = nl_langinfo_l(RADIXCHAR, loc);
-      const std::string thousands = nl_langinfo_l(THOUSEP, loc);
-      if (!radix.empty()) result.decimal_separator = radix;
-      result.thousands_separator = thousands != result.decimal_separator ? thousands : std::string();
+      radix = nl_langinfo_l(RADIXCHAR, loc);
+      thousands = nl_langinfo_l(THOUSEP, loc);
       freelocale(loc);
     }
   }
   if (!IsPlainCName(time)) {
     if (const locale_t loc = newlocale(LC_TIME_MASK, time.c_str(), static_cast<locale_t>(nullptr))) {
-      const TranslatedPattern date = TranslateStrftime(nl_langinfo_l(D_FMT, loc));
-      const TranslatedPattern clock = TranslateStrftime(nl_langinfo_l(T_FMT, loc));
-      if (date.order.size() == 3) {
-        result.short_date_format = date.pattern;
-        result.date_order = date.order[0] == 'y'   ? DateOrder::YMD
-                            : date.order[0] == 'd' ? DateOrder::DMY
-                                                   : DateOrder::MDY;
-        if (!date.first_separator.empty()) result.date_separator = date.first_separator;
-      }
-      if (!clock.pattern.empty()) result.long_time_format = clock.pattern;
+      date_format = nl_langinfo_l(D_FMT, loc);
+      time_format = nl_langinfo_l(T_FMT, loc);
       freelocale(loc);
     }
+  }
+  Locale result = detail::LocaleFromLangInfo(radix, thousands, date_format, time_format);
+  if (IsPlainCName(numeric)) {
+    result.decimal_separator = ".";
+    result.thousands_separator = ",";
   }
   return result;
 }
@@ -134,6 +131,30 @@ Locale& ThreadLocale() {
 }
 
 }  // namespace
+
+namespace detail {
+
+Locale LocaleFromLangInfo(std::string_view radix, std::string_view thousands, std::string_view date_format,
+                          std::string_view time_format) {
+  Locale result = Locale::C();
+  if (!radix.empty()) result.decimal_separator = radix;
+  if (!radix.empty() || !thousands.empty()) {
+    result.thousands_separator = thousands != result.decimal_separator ? thousands : std::string_view();
+  }
+  const TranslatedPattern date = TranslateStrftime(date_format);
+  if (date.order.size() == 3) {
+    result.short_date_format = date.pattern;
+    result.date_order = date.order[0] == 'y'   ? DateOrder::YMD
+                        : date.order[0] == 'd' ? DateOrder::DMY
+                                               : DateOrder::MDY;
+    if (!date.first_separator.empty()) result.date_separator = date.first_separator;
+  }
+  const TranslatedPattern clock = TranslateStrftime(time_format);
+  if (!clock.pattern.empty()) result.long_time_format = clock.pattern;
+  return result;
+}
+
+}  // namespace detail
 
 Locale Locale::C() { return Locale{}; }
 

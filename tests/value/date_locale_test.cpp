@@ -4,6 +4,7 @@
 
 #include "quorbex/locale.h"
 #include "quorbex/variant.h"
+#include "value/locale_info.h"
 
 namespace quorbex {
 namespace {
@@ -220,6 +221,48 @@ TEST(Locale, ProcessLocaleCIsTheCLocale) {
   EXPECT_EQ(c.date_separator, "-");
   const Locale g = Locale::German();
   EXPECT_EQ(g.short_date_format, "dd.mm.yyyy");
+}
+
+TEST(Locale, BuiltFromTheCLibrarysLocaleData) {
+  const Locale de = detail::LocaleFromLangInfo(",", ".", "%d.%m.%Y", "%T");
+  EXPECT_EQ(de.decimal_separator, ",");
+  EXPECT_EQ(de.thousands_separator, ".");
+  EXPECT_EQ(de.date_order, DateOrder::DMY);
+  EXPECT_EQ(de.date_separator, ".");
+  EXPECT_EQ(de.short_date_format, "dd.mm.yyyy");
+  EXPECT_EQ(de.long_time_format, "hh:nn:ss");
+
+  const Locale us = detail::LocaleFromLangInfo(".", ",", "%m/%d/%Y", "%r");
+  EXPECT_EQ(us.date_order, DateOrder::MDY);
+  EXPECT_EQ(us.date_separator, "/");
+  EXPECT_EQ(us.short_date_format, "mm/dd/yyyy");
+  EXPECT_EQ(us.long_time_format, "hh:nn:ss AM/PM");
+  {
+    LocaleScope scope(us);
+    const Date d = MakeDate({2020, 1, 31, 15, 5, 9});
+    EXPECT_EQ(CStr(d), "01/31/2020 03:05:09 PM");
+    EXPECT_EQ(CDate(CStr(d)).serial, d.serial);
+  }
+
+  const Locale gb = detail::LocaleFromLangInfo(".", ",", "%d/%m/%y", "%H:%M:%S");
+  EXPECT_EQ(gb.date_order, DateOrder::DMY);
+  EXPECT_EQ(gb.short_date_format, "dd/mm/yy");
+  const Locale iso = detail::LocaleFromLangInfo(".", "", "%F", "%R");
+  EXPECT_EQ(iso.date_order, DateOrder::YMD);
+  EXPECT_EQ(iso.date_separator, "-");
+  EXPECT_EQ(iso.short_date_format, "yyyy-mm-dd");
+  EXPECT_EQ(iso.long_time_format, "hh:nn");
+  EXPECT_EQ(iso.thousands_separator, "");
+  // Weekday names have no counterpart and are dropped; a thousands separator equal to the decimal
+  // separator would make every number ambiguous and is dropped too.
+  const Locale odd = detail::LocaleFromLangInfo(",", ",", "%a %d.%m.%Y", "%H.%M");
+  EXPECT_EQ(odd.thousands_separator, "");
+  EXPECT_EQ(odd.date_order, DateOrder::DMY);
+  EXPECT_EQ(odd.short_date_format, "dd.mm.yyyy");
+  // Missing data keeps the C settings.
+  const Locale empty = detail::LocaleFromLangInfo("", "", "", "");
+  EXPECT_EQ(empty.decimal_separator, ".");
+  EXPECT_EQ(empty.short_date_format, "yyyy-mm-dd");
 }
 
 }  // namespace
