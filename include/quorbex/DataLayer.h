@@ -1,0 +1,239 @@
+// DataLayer: the facade a client creates to work with relational data.
+//
+// A DataLayer is bound to a database (the binding is shared by every DataLayer of the thread), loads
+// one SQL query into an in-memory offline recordset, moves a cursor over it, reads and writes fields by
+// name, and writes every changed and new record back in one pass with Save, logging each change to the
+// session log.
+//
+// Error convention: every operation catches its own failures, appends a text to ErrorStatus (numbered,
+// shared by all DataLayers of the thread) and returns its failure value. Only SetStandardDBPathFile
+// raises (AutomationError 4000).
+//
+// Thread safety: a DataLayer belongs to the thread that created it; its shared state is per thread.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "quorbex/byref.h"
+#include "quorbex/clsOfflineField.h"
+#include "quorbex/clsOfflineRecord.h"
+#include "quorbex/clsOfflineRecordset.h"
+#include "quorbex/collection.h"
+#include "quorbex/engine.h"
+#include "quorbex/variant.h"
+
+namespace quorbex {
+
+class clsLog;
+class clsAnalyzer;
+class ListControl;
+
+class DataLayer : public Object, public std::enable_shared_from_this<DataLayer> {
+ public:
+  // Reads the "LogPath" setting into the thread's log folder and creates the session log.
+  DataLayer();
+  // Releases the recordset, the shared open engine recordset and the log session (its tail is written);
+  // closes the shared database when bolCloseDBOnExit; shows the collected errors when DebugMode.
+  ~DataLayer() override;
+  DataLayer(const DataLayer&) = delete;
+  DataLayer& operator=(const DataLayer&) = delete;
+
+  // ---- Binding (shared by every DataLayer of the thread) ----------------------------------------
+  // Takes an open database as the thread's current database. No check of the object.
+  void SetDatabase(ByRef<std::shared_ptr<db::Database>> dbDatabase);
+  // Opens the file (SQLite, or a postgresql:// connection string). On failure reports
+  // "Fehler beim Öffnen der angegebenen Datenbank: " + description; the previous binding stays.
+  void SetDatabaseByPath(const std::string& DBPath);
+  // As SetDatabaseByPath, after handing the non-empty workgroup path, user and password to the engine.
+  void SetDatabaseByPathAndWorkgroup(const std::string& DBPath, const std::string& WorkGroupPath,
+                                     const std::string& strUsername = "", const std::string& strPassword = "");
+  // Stores the four settings "DBPath", "Workgroup", "Username", "Password" for later loads; raises
+  // AutomationError 4000 "Standard DBpath is invalid" (source "Quorbex Data Layer") when no file exists
+  // at the path (the settings are stored anyway).
+  void SetStandardDBPathFile(const std::string& strDBPathAndFile, const std::string& strWorkgroupFilePath = "",
+                             const std::string& strUsername = "", const std::string& strPassword = "");
+  // Closes the thread's current database and marks the offline recordset read-only. The bound flag stays.
+  void CloseDBConnection();
+
+  // ---- Switches -----------------------------------------------------------------------------------
+  bool bolCloseDBOnExit = false;  // close the shared database when this object ends
+  bool DebugMode = false;         // show the collected errors in a message box when this object ends
+  void SuppressAllMessages(bool value);  // messages go to ErrorStatus instead of a message box (thread)
+  void DisableLog(bool value);           // switches the session log off (thread)
+  void AllowStoreOfObjects(bool value);  // lets field values hold object references (thread)
+  void Username(const std::string& value);  // the user name written into the session log (thread)
+  // The "LogPath" setting (default: the folder of the running program); writing stores the setting and
+  // makes it the thread's log folder.
+  std::string LogPath() const;
+  void LogPath(const std::string& value);
+  bool DataChanged() const { return data_changed_; }
+  void DataChanged(bool value) { data_changed_ = value; }
+  // RecordsetIsReadOnly of the current offline recordset (False when none).
+  bool ReadOnly() const;
+  // The error channel: reading gives every text reported on this thread, each as CRLF + "n) " + text;
+  // writing "" clears it, writing a text appends it ("Recordset not Loaded!" is dropped after a load that
+  // returned no rows).
+  std::string ErrorStatus() const;
+  void ErrorStatus(const std::string& text);
+
+  // ---- Loading ------------------------------------------------------------------------------------
+  // Runs a SELECT and copies its rows into a new offline recordset. Always returns False: success shows
+  // as RecordCount() > 0 and an untouched ErrorStatus. Refuses texts starting with INSERT or UPDATE; a
+  // second load on a loaded object does nothing. When no database is bound, binds the one named by the
+  // "DBPath" setting. With WithRealtimeSave, every SetFieldValue by name saves at once.
+  bool GetRecordset(const std::string& strSQL, ByRef<bool> WithRealtimeSave = false);
+  // The SQL text of the last load or attach; "" before.
+  std::string SQLStringInUse() const { return sql_; }
+  // The current offline recordset itself (shared); empty before the first load.
+  std::shared_ptr<clsOfflineRecordset> GetOfflineRecordset() const { return recordset_; }
+  // Adopts an offline recordset built elsewhere (read-only from then on). Refused unless
+  // bolAreYouReallySureWhatYouDo is True, strQuery is not empty, the object is not loaded and the
+  // recordset's Tag is "AllowAttach"; each refusal reports its own text.
+  Variant AttachOfflineRecordset(ByRef<std::shared_ptr<clsOfflineRecordset>> objOfflineRecordsetToAttach,
+                                 const std::string& strQuery, const Variant& bolAreYouReallySureWhatYouDo);
+
+  // ---- Cursor -------------------------------------------------------------------------------------
+  // The moves clamp to the first and last record; when nothing is loaded they report
+  // "Recordset not Loaded!". MoveSpecific clamps without that check (0 with no records).
+  Variant MoveFirst();
+  Variant MoveLast();
+  Variant MoveNext();
+  Variant MovePrevious();
+  Variant MoveSpecific(int32_t lngRecordPos);
+  int32_t ActualPosition() const { return cursor_; }
+  int32_t RecordCount() const;
+
+  // ---- Fields of the current record -----------------------------------------------------------------
+  // The 1-based position of a field: first in the loaded query's field names (lower-case match), then
+  // in the current record (trimmed upper-case match). 0 with "Recordset not Loaded!", "No Records set!"
+  // or "FieldID: Fieldname '<name>' not found (or error: )".
+  int32_t FieldID(const std::string& FieldName);
+  // The value of the named field (or of position Index when FieldName is ""); Null reads as "".
+  // Empty when nothing matches or nothing is loaded ("Recordset not Loaded!").
+  Variant FieldValue(const std::string& FieldName, int32_t Index = 0);
+  // Stores a value and marks the field, the record and DataChanged. By name with real-time saving on,
+  // saves the record at once. An unknown name reports
+  // "Could not save any value because the name <name> was not rekognized".
+  Variant SetFieldValue(const std::string& FieldName, const Variant& varValue, int32_t Index = 0);
+  // The field object itself (changes through it bypass the change marks); empty when nothing matches.
+  std::shared_ptr<clsOfflineField> FieldObject(const std::string& FieldName, int32_t Index = 0);
+  // FieldValue, with False read as "Nein" and True as "Ja".
+  Variant FieldValueConvertedYesNo(const std::string& FieldName);
+
+  // ---- Writing back -------------------------------------------------------------------------------
+  // Writes every changed record (inserting the new ones and reading back their keys) in one
+  // transaction, with one session-log entry per changed field. False when nothing was changed, when the
+  // recordset is read-only ("Recordset is readonly"), or when a record fails: the records before it stay
+  // written and unmarked, it and the later ones keep their marks, DataChanged stays True.
+  bool Save();
+  // Appends a record marked NewlyAdded with the fields of the others (or of the loaded query); it reaches
+  // the database at the next Save once one of its fields has been written.
+  Variant AddNew();
+  // Removes the current record from the offline recordset, and first from the database when
+  // bolDeleteAlsoInDB (by its "id"). False when the database delete fails.
+  bool RemoveRecord(ByRef<bool> bolDeleteAlsoInDB);
+  // A SELECT used instead of the loaded query as the base of RemoveRecord's delete and its log entry.
+  void AlternativeSelectQueryForRemove(const std::string& value);
+
+  // ---- Refresh publishing -------------------------------------------------------------------------
+  // True while this object's refresh timer runs; a Save then publishes a new refresh token for its query
+  // in sys_quorbexdatalayer_refresh. The timer itself is driven by RefreshTimer.
+  bool RefreshTimerActive() const { return refresh_timer_active_; }
+  // The refresh token this object last wrote or saw for its query.
+  std::string RefreshToken() const { return refresh_token_; }
+
+  // ---- Sorting ------------------------------------------------------------------------------------
+  // Sorts the records by one field (text order through SortKeyText, or number order where a non-numeric
+  // value holds its place). Both directions True means ascending, both False ascending too; the
+  // caller's variables are settled accordingly. Always Empty.
+  Variant SortRecordset(const std::string& strFieldname, ByRef<bool> bolAsc, ByRef<bool> bolDesc,
+                        ByRef<bool> bolNumberOnly = false, ByRef<bool> WithProgressBar = false);
+  // Orders the records inside each run of equal values of the first field by the second. Always Empty.
+  Variant SortRecordsetNextInside(const std::string& strFieldnameLastSorted, const std::string& strFieldnameToSort,
+                                  ByRef<bool> bolAsc, ByRef<bool> bolDesc);
+
+  // ---- Filters and search ---------------------------------------------------------------------------
+  Variant Filter(const std::string& strFieldname, std::string strOperator, Variant varCompareValue,
+                 bool bolAdditionalFilter, bool bolNoAddCollection = false);
+  Variant DeleteFilter();
+  void RemoveOfflineRecordsIf(const std::string& FieldName, const std::string& Operator, const Variant& varMatch);
+  bool FindRecord(const std::string& strFieldname, const Variant& varCompareValue);
+  std::shared_ptr<Collection<Variant>> FullTextSearch(const std::string& strSearchString,
+                                                      const std::string& strLimitToFieldNames = "",
+                                                      const std::string& strHitListFields = "");
+  Variant RemoveMultipleEntries(const std::string& strField);
+
+  // ---- Virtual tables and fields --------------------------------------------------------------------
+  bool CreateNewVirtualOfflineTable(ByRef<std::string> TableDescription, ByRef<std::string> FieldsDividedBySemicolon);
+  void AddVirtualField(const std::string& FieldName);
+  void RemoveVirtualField(const std::string& FieldName);
+  void RenameVirtualField(const std::string& OldName, const std::string& NewName);
+  bool SetAutoGuidColumn(const std::string& strFieldname, bool bolUpdateVirtualTableNow = false);
+  std::string NewGUID();
+  void FillField(const std::string& FieldName, const Variant& varValue, bool bolOverwriteExistingValues);
+  void TrimField(const std::string& strFieldname);
+  Variant CopyCurrentRecord(const std::string& IDFieldName, std::optional<Variant> NewID = std::nullopt);
+  bool RepairRecords(const Variant& RecordIDtoUse);
+  bool CheckContainsFieldName(const std::string& FieldName);
+
+  // ---- XML persistence ------------------------------------------------------------------------------
+  bool SaveAsXML(const std::string& XMLFilePath, const std::string& RootElement, bool bolDisableProgressBar = false);
+  bool LoadFromXML(const std::string& XMLFilePath, bool bolDisableProgressBar = false);
+
+  // ---- Aggregates, lists and output -----------------------------------------------------------------
+  double CalcSum(const std::string& strFieldname);
+  double CalcAverage(const std::string& strFieldname);
+  bool FillCBO(const std::shared_ptr<ListControl>& objCBO, const std::string& strFieldname,
+               const std::string& strIDFieldName, const std::string& strFurtherField2 = "",
+               const std::string& strFurtherField3 = "", bool bolUse1Comma2 = false, bool bolUse2Comma3 = false);
+  bool SetCBOPos(const std::shared_ptr<ListControl>& objCBO, const Variant& varID);
+  std::shared_ptr<Collection<Variant>> FillCollection(const std::string& strFieldname);
+  Variant VisualizeToTextFile();
+  bool WriteDataToCSV(const std::string& strFilePath);
+
+  // ---- Analysis -------------------------------------------------------------------------------------
+  // The analyzer over this object's records (its record collection and back references set).
+  std::shared_ptr<clsAnalyzer> Analyzer();
+
+ protected:
+  // Turns the refresh-token publishing of Save on or off; the refresh timer uses it.
+  void SetRefreshTimerActive(bool active) { refresh_timer_active_ = active; }
+
+ private:
+  friend class DataLayerTestAccess;
+
+  bool IsLoaded() const { return loaded_; }
+  std::shared_ptr<clsOfflineRecord> CurrentRecord() const;
+  // The position of the first field of the current record whose trimmed upper-case Description
+  // matches the trimmed upper-case name; 0 when none.
+  int32_t FindFieldInCurrentRecord(const std::string& name) const;
+  // The message routine: a message box, or ErrorStatus when messages are suppressed.
+  int32_t Message(const std::string& text, int32_t style, const std::string& title);
+  void OpenDatabase(const std::string& path, bool set_bound_flag);
+  // Writes one marked record (insert and/or update); throws on any database failure.
+  void SaveRecord(db::Database& database, const std::string& base_sql, clsOfflineRecord& record);
+  void PublishRefreshToken();
+  void WriteLog(std::string action, const std::string& query, const std::string& deleted_record,
+                const std::string& field_name, const std::string& old_value, const std::string& new_value);
+
+  std::shared_ptr<clsOfflineRecordset> recordset_;
+  int32_t cursor_ = 0;
+  std::string sql_;
+  bool data_changed_ = false;
+  bool loaded_ = false;
+  bool empty_result_ = false;
+  std::unique_ptr<clsLog> log_;
+  Collection<std::string> field_names_;  // the loaded query's field names, in query order
+  std::string alternative_remove_query_;
+  bool refresh_timer_active_ = false;
+  std::string refresh_token_;
+  // Filters: whether one is active, and the records as they were before the first one.
+  bool filter_active_ = false;
+  std::shared_ptr<clsOfflineRecordset> unfiltered_;
+  std::shared_ptr<clsAnalyzer> analyzer_;
+};
+
+}  // namespace quorbex

@@ -1,0 +1,164 @@
+// DataLayer: life, binding to a database, switches and the error channel.
+#include <exception>
+
+#include "datalayer/datalayer_internal.h"
+#include "platform/environment.h"
+#include "platform/files.h"
+#include "platform/message_box.h"
+#include "platform/settings.h"
+#include "quorbex/DataLayer.h"
+#include "service/clsLog.h"
+#include "service/modService.h"
+#include "service/thread_state.h"
+
+namespace quorbex {
+
+namespace {
+constexpr const char* kApp = "Quorbex DataLayer";
+constexpr const char* kSection = "Settings";
+
+// The "LogPath" setting; the folder of the running program when it was never set.
+std::string LogPathSetting() {
+  return platform::GetSetting(kApp, kSection, "LogPath", platform::ExecutableFolder());
+}
+}  // namespace
+
+DataLayer::DataLayer() {
+  ThreadState& state = State();
+  state.log_path = LogPathSetting();
+  // Each new DataLayer starts the thread's filter list afresh; see the filter operations.
+  state.filter_list = std::make_shared<Collection<std::shared_ptr<clsFilter>>>();
+  log_ = std::make_unique<clsLog>();
+}
+
+DataLayer::~DataLayer() {
+  // Termination never fails: every step is guarded on its own.
+  ThreadState& state = State();
+  refresh_timer_active_ = false;
+  recordset_.reset();
+  try {
+    if (state.open_recordset) state.open_recordset->Close();
+  } catch (...) {
+  }
+  state.open_recordset.reset();
+  try {
+    if (log_) log_->CloseSession();
+  } catch (...) {
+  }
+  log_.reset();
+  if (bolCloseDBOnExit) {
+    try {
+      if (state.current_database) state.current_database->Close();
+    } catch (...) {
+    }
+    state.current_database.reset();
+  }
+  state.filter_list.reset();
+  if (DebugMode && !state.error_text.empty()) {
+    try {
+      platform::MsgBox("Folgende Fehler sind aufgetreten: \r\n" + state.error_text,
+                       platform::vbInformation | platform::vbOKOnly, "DATALAYER DEBUG MODE = ON");
+    } catch (...) {
+    }
+  }
+}
+
+void DataLayer::SetDatabase(ByRef<std::shared_ptr<db::Database>> dbDatabase) {
+  State().current_database = *dbDatabase;
+  State().database_set = true;
+}
+
+void DataLayer::OpenDatabase(const std::string& path, bool set_bound_flag) {
+  auto database = db::DBEngine::Default()->OpenDatabase(path);
+  State().current_database = std::move(database);
+  if (set_bound_flag) State().database_set = true;
+}
+
+void DataLayer::SetDatabaseByPath(const std::string& DBPath) {
+  try {
+    OpenDatabase(DBPath, true);
+  } catch (const std::exception& e) {
+    ErrorStatus(std::string("Fehler beim Öffnen der angegebenen Datenbank: ") + e.what());
+  }
+}
+
+void DataLayer::SetDatabaseByPathAndWorkgroup(const std::string& DBPath, const std::string& WorkGroupPath,
+                                              const std::string& strUsername, const std::string& strPassword) {
+  try {
+    ThreadState& state = State();
+    db::DBEngine& engine = *db::DBEngine::Default();
+    if (!WorkGroupPath.empty()) {
+      engine.SystemDB(WorkGroupPath);
+      state.workgroup_path = WorkGroupPath;
+    }
+    if (!strUsername.empty()) {
+      engine.DefaultUser(strUsername);
+      state.default_user = strUsername;
+    }
+    if (!strPassword.empty()) {
+      engine.DefaultPassword(strPassword);
+      state.default_password = strPassword;
+    }
+    OpenDatabase(DBPath, true);
+  } catch (const std::exception& e) {
+    ErrorStatus(std::string("Fehler beim Öffnen der angegebenen Datenbank: ") + e.what());
+  }
+}
+
+void DataLayer::SetStandardDBPathFile(const std::string& strDBPathAndFile, const std::string& strWorkgroupFilePath,
+                                      const std::string& strUsername, const std::string& strPassword) {
+  platform::SaveSetting(kApp, kSection, "DBPath", strDBPathAndFile);
+  platform::SaveSetting(kApp, kSection, "Workgroup", strWorkgroupFilePath);
+  platform::SaveSetting(kApp, kSection, "Username", strUsername);
+  platform::SaveSetting(kApp, kSection, "Password", strPassword);
+  if (!platform::FileExists(strDBPathAndFile)) {
+    throw AutomationError(4000, "Quorbex Data Layer", "Standard DBpath is invalid");
+  }
+}
+
+void DataLayer::CloseDBConnection() {
+  ThreadState& state = State();
+  try {
+    if (state.current_database) state.current_database->Close();
+  } catch (const std::exception& e) {
+    ErrorStatus(std::string("CloseDBConnection: ") + e.what());
+  }
+  state.current_database.reset();
+  if (recordset_) recordset_->RecordsetIsReadOnly = true;
+}
+
+void DataLayer::SuppressAllMessages(bool value) { State().suppress_all_messages = value; }
+void DataLayer::DisableLog(bool value) { State().log_disabled = value; }
+void DataLayer::AllowStoreOfObjects(bool value) { State().allow_store_of_objects = value; }
+void DataLayer::Username(const std::string& value) { State().user_name = value; }
+
+std::string DataLayer::LogPath() const { return LogPathSetting(); }
+
+void DataLayer::LogPath(const std::string& value) {
+  try {
+    platform::SaveSetting(kApp, kSection, "LogPath", value);
+  } catch (const std::exception& e) {
+    ErrorStatus(std::string("LogPath: ") + e.what());
+  }
+  State().log_path = LogPathSetting();
+}
+
+bool DataLayer::ReadOnly() const { return recordset_ ? recordset_->RecordsetIsReadOnly : false; }
+
+std::string DataLayer::ErrorStatus() const { return State().error_text; }
+
+void DataLayer::ErrorStatus(const std::string& text) {
+  // Navigating or reading an empty result is not an error worth collecting.
+  if (!text.empty() && text == kNotLoaded && empty_result_) return;
+  AppendErrorStatus(text);
+}
+
+int32_t DataLayer::Message(const std::string& text, int32_t style, const std::string& title) {
+  if (State().suppress_all_messages) {
+    ErrorStatus(text);
+    return 0;
+  }
+  return platform::MsgBox(text, style, title);
+}
+
+}  // namespace quorbex

@@ -1,0 +1,298 @@
+// DataLayer: writing the offline records back to the database.
+//
+// Save writes every marked record in one transaction, with a savepoint per record: a record that fails
+// is rolled back to its savepoint and ends the save, the records before it are committed. So what the
+// database holds always matches the change marks: the records written have their marks cleared, the
+// failing one and all later ones keep theirs.
+#include <exception>
+#include <vector>
+
+#include "datalayer/datalayer_internal.h"
+#include "quorbex/DataLayer.h"
+#include "quorbex/text.h"
+#include "service/clsLog.h"
+#include "service/modService.h"
+#include "service/open_query.h"
+#include "service/thread_state.h"
+
+namespace quorbex {
+
+namespace {
+
+constexpr const char* kRecordSavepoint = "quorbex_save_record";
+constexpr const char* kRefreshTable = "sys_quorbexdatalayer_refresh";
+
+// One session-log entry, kept until its record is safely written.
+struct LogEntry {
+  std::string action, field_name, old_value, new_value;
+};
+
+// The key of a record as it goes into SQL: a whole number, or a type-mismatch error. Converting first
+// means no text from a record can ever become part of a statement.
+std::string KeyLiteral(const Variant& id) { return std::to_string(CLng(id)); }
+
+// The rows of the loaded query that belong to the record with key `id`. The loaded query's text before
+// a "WHERE ID" clause is wrapped as a subquery, which keeps its column positions; this stands in for a
+// temporary stored query and cannot be left behind in the database.
+std::shared_ptr<db::Recordset> OpenRecordRows(db::Database& database, const std::string& base_sql,
+                                              const Variant& id) {
+  return database.OpenRecordset("SELECT * FROM (" + base_sql + ") AS quorbex_q WHERE id = " + KeyLiteral(id));
+}
+
+std::string StripTrailingSemicolon(std::string sql) {
+  while (!sql.empty() && (sql.back() == ' ' || sql.back() == ';' || sql.back() == '\n' || sql.back() == '\r')) {
+    sql.pop_back();
+  }
+  return sql;
+}
+
+}  // namespace
+
+void DataLayer::WriteLog(std::string action, const std::string& query, const std::string& deleted_record,
+                         const std::string& field_name, const std::string& old_value, const std::string& new_value) {
+  if (!log_) return;
+  log_->WriteLogEntry(action, query, deleted_record, field_name, old_value, new_value);
+}
+
+bool DataLayer::Save() {
+  if (!data_changed_) return false;
+  if (ReadOnly()) {
+    ErrorStatus("Recordset is readonly");
+    return false;
+  }
+  auto database = State().current_database;
+  if (!database || !database->IsOpen()) {
+    ErrorStatus("Save: no database is bound");
+    return false;
+  }
+
+  const std::string base_sql = StripTrailingSemicolon(CStr(SelectPartBeforeWhereID(sql_)));
+  bool saved_any = false;
+  bool in_transaction = false;
+  try {
+    database->BeginTrans();
+    in_transaction = true;
+    const int32_t count = RecordCount();
+    for (int32_t i = 1; i <= count; ++i) {
+      cursor_ = i;
+      auto record = recordset_->Records(i);
+      if (!record || !record->HasChanged) continue;
+      database->Savepoint(kRecordSavepoint);
+      try {
+        SaveRecord(*database, base_sql, *record);
+        database->ReleaseSavepoint(kRecordSavepoint);
+        saved_any = true;
+      } catch (...) {
+        database->RollbackToSavepoint(kRecordSavepoint);
+        database->ReleaseSavepoint(kRecordSavepoint);
+        throw;
+      }
+    }
+    database->CommitTrans();
+    in_transaction = false;
+  } catch (const std::exception& e) {
+    // The records before the failing one are kept: commit what the savepoints left.
+    if (in_transaction) {
+      try {
+        database->CommitTrans();
+      } catch (...) {
+        try {
+          database->Rollback();
+        } catch (...) {
+        }
+      }
+    }
+    ErrorStatus(std::string("Save: ") + e.what());
+    return false;
+  }
+
+  if (refresh_timer_active_ && saved_any) PublishRefreshToken();
+  data_changed_ = false;
+  return true;
+}
+
+void DataLayer::SaveRecord(db::Database& database, const std::string& base_sql, clsOfflineRecord& record) {
+  std::vector<LogEntry> log;
+  const int32_t field_count = record.FieldCount();
+  std::vector<bool> written(static_cast<size_t>(field_count) + 1, false);
+
+  if (record.NewlyAdded) {
+    // Insert: only the fields the client wrote, by position; the database applies its defaults to the rest.
+    auto rows = database.OpenRecordset("SELECT * FROM (" + base_sql + ") AS quorbex_q");
+    rows->AddNew();
+    for (int32_t j = 1; j <= field_count; ++j) {
+      auto field = record.Fields(j);
+      if (field && field->HasChanged) rows->Fields(j - 1)->Value(field->Value());
+    }
+    rows->Update();
+    // The inserted row is now the recordset's current and last row, so its "ID" is the new key: the
+    // same row a MoveFirst/MoveLast pair would reach, without reading the whole result.
+    const Variant key = rows->Fields("ID")->Value();
+    const std::string key_text = NullToText(key);
+    // Through SetFieldValue, so the "id" field is marked and logged like the others; no nested save
+    // happens because the record is still new.
+    SetFieldValue("id", key);
+    log.push_back({"NEWRECORD ID=" + key_text, "", "", ""});
+    for (int32_t j = 1; j <= field_count; ++j) {
+      auto field = record.Fields(j);
+      if (!field || !field->HasChanged) continue;
+      if (j - 1 >= rows->Fields()->Count()) continue;
+      auto column = rows->Fields(j - 1);
+      log.push_back({"UPDATE ID=" + key_text, column->Name(), NullToText(column->Value()), ToText(field->Value())});
+      written[static_cast<size_t>(j)] = true;
+    }
+    rows->Close();
+  }
+
+  // Update: every still-marked field, matched by position in the loaded query.
+  bool pending = false;
+  for (int32_t j = 1; j <= field_count; ++j) {
+    auto field = record.Fields(j);
+    if (field && field->HasChanged && !written[static_cast<size_t>(j)]) pending = true;
+  }
+  if (pending) {
+    auto rows = OpenRecordRows(database, base_sql, FieldValue("id"));
+    rows->Edit();
+    const std::string key_text = NullToText(rows->Fields("ID")->Value());
+    for (int32_t j = 1; j <= field_count; ++j) {
+      auto field = record.Fields(j);
+      if (!field || !field->HasChanged || written[static_cast<size_t>(j)]) continue;
+      auto column = rows->Fields(j - 1);
+      log.push_back({"UPDATE ID=" + key_text, column->Name(), NullToText(column->Value()), ToText(field->Value())});
+      column->Value(field->Value());
+      written[static_cast<size_t>(j)] = true;
+    }
+    rows->Update();
+    rows->Close();
+  }
+
+  // The record is in the database (up to the transaction's commit): clear its marks and log it.
+  for (int32_t j = 1; j <= field_count; ++j) {
+    if (auto field = record.Fields(j)) field->HasChanged = false;
+  }
+  record.NewlyAdded = false;
+  record.HasChanged = false;
+  for (auto& entry : log) {
+    WriteLog(entry.action, sql_, "", entry.field_name, entry.old_value, entry.new_value);
+  }
+}
+
+void DataLayer::PublishRefreshToken() {
+  auto database = State().current_database;
+  if (!database) return;
+  try {
+    if (!State().refresh_table_checked) {
+      auto tables = database->TableDefs();
+      bool exists = false;
+      for (int32_t i = 0; i < tables->Count() && !exists; ++i) {
+        exists = LCase(tables->Item(i)->Name()) == kRefreshTable;
+      }
+      if (!exists) {
+        database->Execute(std::string("CREATE TABLE ") + kRefreshTable + " (Query MEMO, Guid TEXT(32))");
+      }
+      State().refresh_table_checked = true;
+    }
+    const std::string query = ReplaceText(sql_, "\"", "");
+    auto rows = database->OpenRecordset(std::string("Select Guid, query from ") + kRefreshTable +
+                                        " where query = '" + ReplaceText(query, "'", "''") + "'");
+    if (rows->EOF_()) {
+      rows->AddNew();
+      rows->Fields("query")->Value(query);
+    } else {
+      rows->Edit();
+    }
+    rows->Fields("GUID")->Value(NewGUIDText());
+    rows->Update();
+    refresh_token_ = ToText(rows->Fields("GUID")->Value());
+    rows->Close();
+  } catch (const std::exception& e) {
+    ErrorStatus(std::string("Could not create or update table sys_quorbexdatalayer_refresh! ") + e.what());
+  }
+}
+
+Variant DataLayer::AddNew() {
+  if (!recordset_) recordset_ = std::make_shared<clsOfflineRecordset>();
+  const int32_t count = recordset_->RecordCount();
+  recordset_->Add(1);
+  auto record = recordset_->Records(count + 1);
+  if (!record) return {};
+  if (count > 0) {
+    auto previous = recordset_->Records(count);
+    record->Add(previous ? previous->FieldCount() : 0);
+  } else {
+    record->Add(field_names_.Count());
+    for (int32_t i = 1; i <= field_names_.Count(); ++i) {
+      if (auto field = record->Fields(i)) field->Description = field_names_.Item(i);
+    }
+    loaded_ = true;
+    empty_result_ = false;
+  }
+  record->NewlyAdded = true;
+  cursor_ = count + 1;
+
+  // Names come from the first record; the auto-GUID column gets a fresh GUID (without a change mark).
+  auto first = recordset_->Records(1);
+  const std::string guid_column = LCase(State().auto_guid_column);
+  const int32_t fields = record->FieldCount();
+  for (int32_t i = 1; i <= fields; ++i) {
+    auto field = record->Fields(i);
+    auto model = first ? first->Fields(i) : nullptr;
+    if (!field || !model) continue;
+    if (field.get() != model.get()) field->Description = model->Description;
+    if (!guid_column.empty() && LCase(field->Description) == guid_column) field->Value(Variant(NewGUIDText()));
+  }
+  return {};
+}
+
+bool DataLayer::RemoveRecord(ByRef<bool> bolDeleteAlsoInDB) {
+  try {
+    auto record = CurrentRecord();
+    if (!record) {
+      ErrorStatus("RemoveRecord: no current record");
+      return false;
+    }
+    if (*bolDeleteAlsoInDB) {
+      const std::string id = KeyLiteral(FieldValue("id"));
+      std::string sql = sql_;
+      const int32_t order = InStr(LCase(sql), "order");
+      // The cut finds "order" anywhere, also inside a name such as "orders"; kept as clients know it.
+      if (order > 0) sql = Left(sql, order > 2 ? order - 2 : 0);
+      std::string suffix;
+      if (InStr(LCase(sql), "where") > 1) {
+        if (!sql.empty() && sql.back() == ';') sql.pop_back();
+        suffix = " AND id = " + id;
+      } else {
+        suffix = " WHERE id = " + id;
+      }
+      sql = alternative_remove_query_.empty() ? sql + suffix : alternative_remove_query_ + " WHERE id = " + id;
+      auto rows = OpenQueryRecordset(sql);
+      if (!rows) return false;
+      rows->Delete();
+      rows->Close();
+    }
+
+    std::string text;
+    const int32_t fields = record->FieldCount();
+    for (int32_t i = 1; i <= fields; ++i) {
+      auto field = record->Fields(i);
+      if (!field) continue;
+      const std::string name = field->Description;
+      text += std::string(10, ' ') + "<" + name + ">" + ToText(field->Anything()) + "</" + name + ">\r\n";
+    }
+    WriteLog(*bolDeleteAlsoInDB ? "DELETE_inDB" : "DELETE_OFFLINE",
+             alternative_remove_query_.empty() ? sql_ : alternative_remove_query_, text, "", "", "");
+    recordset_->Remove(cursor_);
+    return true;
+  } catch (const std::exception& e) {
+    ErrorStatus(std::string("RemoveRecord: ") + e.what());
+    return false;
+  }
+}
+
+void DataLayer::AlternativeSelectQueryForRemove(const std::string& value) {
+  std::string text = value;
+  if (!text.empty() && text.back() == ';') text.pop_back();
+  alternative_remove_query_ = text;
+}
+
+}  // namespace quorbex

@@ -1,0 +1,333 @@
+#include "datalayer/datalayer_fixture.h"
+#include "support/temp_dir.h"
+
+namespace quorbex::test {
+namespace {
+
+using DataLayerCore = DataLayerTest;
+
+TEST_F(DataLayerCore, ErrorStatusNumbersEntriesAndClearsOnEmptyText) {
+  DataLayer layer;
+  layer.ErrorStatus("");
+  layer.ErrorStatus("A");
+  layer.ErrorStatus("B");
+  EXPECT_EQ(layer.ErrorStatus(), "\r\n1) A\r\n2) B");
+  layer.ErrorStatus("");
+  layer.ErrorStatus("C");
+  EXPECT_EQ(layer.ErrorStatus(), "\r\n1) C");
+}
+
+TEST_F(DataLayerCore, TwoObjectsOnAThreadShareBindingAndErrorText) {
+  auto first = Bound();
+  auto second = std::make_shared<DataLayer>();
+  second->GetRecordset("SELECT * FROM customers");
+  EXPECT_EQ(second->RecordCount(), 3);
+  first->ErrorStatus("seen by both");
+  EXPECT_EQ(second->ErrorStatus(), "\r\n1) seen by both");
+  first->bolCloseDBOnExit = true;
+  first.reset();
+  EXPECT_FALSE(State().current_database);
+}
+
+TEST_F(DataLayerCore, OpeningFailuresKeepThePreviousBinding) {
+  auto layer = Bound();
+  auto bound = State().current_database;
+  layer->SetDatabaseByPath(dir_.File("missing.db"));
+  EXPECT_EQ(State().current_database, bound);
+  EXPECT_NE(layer->ErrorStatus().find("1) Fehler beim Öffnen der angegebenen Datenbank: "), std::string::npos);
+  EXPECT_NE(layer->ErrorStatus().find("missing.db"), std::string::npos);
+}
+
+TEST_F(DataLayerCore, StandardPathIsStoredAndAMissingFileRaises4000) {
+  DataLayer layer;
+  try {
+    layer.SetStandardDBPathFile(dir_.File("nothing.db"));
+    FAIL() << "no error raised";
+  } catch (const AutomationError& e) {
+    EXPECT_EQ(e.Number(), 4000);
+    EXPECT_EQ(e.Description(), "Standard DBpath is invalid");
+    EXPECT_EQ(e.Source(), "Quorbex Data Layer");
+  }
+  EXPECT_EQ(settings_->Get("Quorbex DataLayer", "Settings", "DBPath", ""), dir_.File("nothing.db"));
+
+  // A load with no database bound opens the one the settings name.
+  layer.SetStandardDBPathFile(db_path_);
+  auto other = std::make_shared<DataLayer>();
+  other->GetRecordset("SELECT * FROM customers");
+  EXPECT_EQ(other->RecordCount(), 3);
+  EXPECT_FALSE(State().database_set);
+}
+
+TEST_F(DataLayerCore, LoadingWithoutAnyDatabaseShowsTheInternalErrorMessage) {
+  DataLayer layer;
+  EXPECT_FALSE(layer.GetRecordset("SELECT 1"));
+  ASSERT_EQ(box_->Count(), 1u);
+  EXPECT_EQ(box_->Prompts()[0].title, "Interner Fehler");
+  EXPECT_NE(box_->Prompts()[0].text.find("\r\n\r\nUse Property SetDatabase"), std::string::npos);
+  layer.SuppressAllMessages(true);
+  layer.GetRecordset("SELECT 1");
+  EXPECT_EQ(box_->Count(), 1u);
+  EXPECT_NE(layer.ErrorStatus().find("1) Interner Fehler, die Datenbank wurde nicht gesetzt."), std::string::npos);
+}
+
+TEST_F(DataLayerCore, GetRecordsetReturnsFalseAndLoadsOnlyOnce) {
+  auto layer = Bound();
+  EXPECT_FALSE(layer->GetRecordset("SELECT * FROM customers ORDER BY id"));
+  EXPECT_EQ(layer->RecordCount(), 3);
+  EXPECT_EQ(layer->ActualPosition(), 1);
+  EXPECT_EQ(layer->ErrorStatus(), "");
+  layer->GetRecordset("SELECT * FROM customers WHERE id = 1");
+  EXPECT_EQ(layer->RecordCount(), 3);
+  EXPECT_EQ(layer->SQLStringInUse(), "SELECT * FROM customers ORDER BY id");
+  EXPECT_EQ(layer->ErrorStatus(), "");
+}
+
+TEST_F(DataLayerCore, GetRecordsetRefusesInsertAndUpdateByTheirFirstSixLetters) {
+  auto layer = Bound();
+  layer->GetRecordset("insert into customers (name) values ('x')");
+  EXPECT_EQ(layer->ErrorStatus(), "\r\n1) UPDATE or INSERT Statements are not allowed for the Method GetRecordset");
+  layer->GetRecordset("Update customers set name = 'x'");
+  EXPECT_EQ(layer->RecordCount(), 0);
+  EXPECT_EQ(DbValue("SELECT COUNT(*) FROM customers WHERE name = 'x'").AsLong(), 0);
+}
+
+TEST_F(DataLayerCore, QueryFailuresAreReportedAndLeaveNothingLoaded) {
+  auto layer = Bound();
+  layer->SuppressAllMessages(true);
+  bool realtime = true;
+  layer->GetRecordset("SELEC * FRM customers", realtime);
+  EXPECT_FALSE(realtime);
+  EXPECT_EQ(layer->RecordCount(), 0);
+  EXPECT_NE(layer->ErrorStatus().find("Datenbank-Abfragefehler. Interner Fehler: "), std::string::npos);
+  EXPECT_NE(layer->ErrorStatus().find("SQL-Abfrage: SELEC * FRM customers"), std::string::npos);
+
+  auto missing = std::make_shared<DataLayer>();
+  missing->GetRecordset("SELECT * FROM nowhere");
+  EXPECT_NE(missing->ErrorStatus().find("nowhere"), std::string::npos);
+  EXPECT_EQ(missing->RecordCount(), 0);
+}
+
+TEST_F(DataLayerCore, AnEmptyResultIsNotLoadedAndDropsNotLoadedMessages) {
+  auto layer = Loaded("SELECT * FROM customers WHERE id = 99");
+  EXPECT_EQ(layer->RecordCount(), 0);
+  layer->MoveNext();
+  layer->FieldValue("name");
+  EXPECT_EQ(layer->ErrorStatus(), "");
+  // Not loaded, so a later load is still accepted.
+  layer->GetRecordset("SELECT * FROM customers");
+  EXPECT_EQ(layer->RecordCount(), 3);
+
+  DataLayer never;
+  never.MoveFirst();
+  EXPECT_EQ(never.ErrorStatus(), "\r\n1) Recordset not Loaded!");
+}
+
+TEST_F(DataLayerCore, CursorClampsAtBothEnds) {
+  auto layer = Loaded();
+  layer->MovePrevious();
+  EXPECT_EQ(layer->ActualPosition(), 1);
+  layer->MoveLast();
+  layer->MoveNext();
+  EXPECT_EQ(layer->ActualPosition(), 3);
+  layer->MoveSpecific(0);
+  EXPECT_EQ(layer->ActualPosition(), 1);
+  layer->MoveSpecific(99);
+  EXPECT_EQ(layer->ActualPosition(), 3);
+  EXPECT_EQ(layer->FieldValue("name").AsString(), "Clara");
+}
+
+TEST_F(DataLayerCore, FieldLookupRulesDifferBetweenFieldIDAndValueAccess) {
+  auto layer = Loaded();
+  EXPECT_EQ(layer->FieldID("NAME"), 2);
+  EXPECT_EQ(layer->FieldValue(" Name ").AsString(), "Anna");
+  EXPECT_EQ(layer->FieldValue("", 3).AsString(), "Wien");
+  EXPECT_EQ(layer->FieldValue("nothing").IsEmpty(), true);
+  EXPECT_EQ(layer->ErrorStatus(), "");
+  EXPECT_EQ(layer->FieldID("nothing"), 0);
+  EXPECT_EQ(layer->ErrorStatus(), "\r\n1) FieldID: Fieldname 'nothing' not found (or error: )");
+  // Null reads as the empty text; varValue keeps it.
+  layer->MoveLast();
+  EXPECT_EQ(layer->FieldValue("balance").AsString(), "");
+  EXPECT_TRUE(layer->FieldObject("balance")->varValue.IsNull());
+}
+
+TEST_F(DataLayerCore, SetFieldValueMarksFieldRecordAndObject) {
+  auto layer = Loaded();
+  layer->MoveSpecific(2);
+  layer->SetFieldValue("city", "Salzburg");
+  auto record = layer->GetOfflineRecordset()->Records(2);
+  EXPECT_TRUE(record->HasChanged);
+  EXPECT_TRUE(layer->FieldObject("city")->HasChanged);
+  EXPECT_FALSE(layer->FieldObject("name")->HasChanged);
+  EXPECT_TRUE(layer->DataChanged());
+  layer->SetFieldValue("town", "x");
+  EXPECT_EQ(layer->ErrorStatus(), "\r\n1) Could not save any value because the name town was not rekognized");
+  EXPECT_EQ(layer->FieldValueConvertedYesNo("active").AsString(), "Nein");
+  layer->MoveFirst();
+  EXPECT_EQ(layer->FieldValueConvertedYesNo("active").AsString(), "Ja");
+  EXPECT_EQ(layer->FieldValueConvertedYesNo("name").AsString(), "Anna");
+}
+
+TEST_F(DataLayerCore, AttachChecksItsFourConditionsInOrder) {
+  auto layer = std::make_shared<DataLayer>();
+  auto records = std::make_shared<clsOfflineRecordset>();
+  records->Add(2);
+  records->FieldDim(1, "name");
+  records->Tag = "allowattach";
+  layer->AttachOfflineRecordset(records, "q", Variant(false));
+  layer->AttachOfflineRecordset(records, "", Variant(true));
+  layer->AttachOfflineRecordset(records, "q", Variant(true));
+  EXPECT_EQ(layer->ErrorStatus(),
+            "\r\n1) Attach OfflineRecordSet: If you are not sure, nothing will be done!"
+            "\r\n2) Attach OfflineRecordSet: Query Must be handed over!"
+            "\r\n3) Attach OfflineRecordSet: This OfflineRecordSet ist not allowed for attachement! "
+            ".Tag=\"AllowAttach\"");
+  records->Tag = "AllowAttach";
+  layer->AttachOfflineRecordset(records, "q", Variant(true));
+  EXPECT_EQ(layer->GetOfflineRecordset(), records);
+  EXPECT_TRUE(layer->ReadOnly());
+  EXPECT_EQ(layer->ActualPosition(), 0);
+  layer->AttachOfflineRecordset(records, "q", Variant(true));
+  EXPECT_NE(layer->ErrorStatus().find("4) Attach OfflineRecordSet: Recordset already loaded"), std::string::npos);
+}
+
+TEST_F(DataLayerCore, SaveWritesOnlyMarkedFieldsAndClearsTheMarks) {
+  auto layer = Loaded();
+  EXPECT_FALSE(layer->Save());  // nothing changed
+  layer->MoveSpecific(2);
+  layer->SetFieldValue("city", "Salzburg");
+  layer->SetFieldValue("balance", 99.25);
+  EXPECT_TRUE(layer->Save());
+  EXPECT_FALSE(layer->DataChanged());
+  EXPECT_FALSE(layer->GetOfflineRecordset()->Records(2)->HasChanged);
+  EXPECT_EQ(DbValue("SELECT city FROM customers WHERE id = 2").AsString(), "Salzburg");
+  EXPECT_DOUBLE_EQ(CDbl(DbValue("SELECT balance FROM customers WHERE id = 2")), 99.25);
+  EXPECT_EQ(DbValue("SELECT city FROM customers WHERE id = 1").AsString(), "Wien");
+}
+
+TEST_F(DataLayerCore, NewRecordsAreInsertedWithTheirWrittenFieldsAndGetTheirKey) {
+  auto layer = Loaded();
+  layer->AddNew();
+  EXPECT_FALSE(layer->Save());  // a new record without writes is not saved
+  EXPECT_EQ(layer->ActualPosition(), 4);
+  layer->SetFieldValue("name", "Dora");
+  layer->SetFieldValue("city", "Bregenz");
+  EXPECT_TRUE(layer->Save());
+  EXPECT_EQ(CLng(layer->FieldValue("id")), 4);
+  EXPECT_FALSE(layer->GetOfflineRecordset()->Records(4)->NewlyAdded);
+  EXPECT_EQ(DbValue("SELECT city FROM customers WHERE id = 4").AsString(), "Bregenz");
+  // The column nobody wrote got the database's default.
+  EXPECT_EQ(CLng(DbValue("SELECT active FROM customers WHERE id = 4")), -1);
+}
+
+TEST_F(DataLayerCore, AFailingRecordEndsTheSaveAndKeepsItsMarks) {
+  auto layer = Loaded();
+  layer->MoveSpecific(1);
+  layer->SetFieldValue("city", "first");
+  layer->MoveSpecific(2);
+  layer->SetFieldValue("id", "1 OR 1=1");
+  layer->SetFieldValue("city", "second");
+  layer->MoveSpecific(3);
+  layer->SetFieldValue("city", "third");
+  EXPECT_FALSE(layer->Save());
+  EXPECT_TRUE(layer->DataChanged());
+  auto records = layer->GetOfflineRecordset();
+  EXPECT_FALSE(records->Records(1)->HasChanged);
+  EXPECT_TRUE(records->Records(2)->HasChanged);
+  EXPECT_TRUE(records->Records(3)->HasChanged);
+  EXPECT_EQ(DbValue("SELECT city FROM customers WHERE id = 1").AsString(), "first");
+  EXPECT_EQ(DbValue("SELECT COUNT(*) FROM customers WHERE city IN ('second', 'third')").AsLong(), 0);
+  EXPECT_NE(layer->ErrorStatus().find("Save: "), std::string::npos);
+
+  // A key with no row fails the same way.
+  auto other = Loaded();
+  other->MoveSpecific(3);
+  other->SetFieldValue("id", 77);
+  other->SetFieldValue("city", "nowhere");
+  EXPECT_FALSE(other->Save());
+  EXPECT_TRUE(other->GetOfflineRecordset()->Records(3)->HasChanged);
+}
+
+TEST_F(DataLayerCore, RealtimeSaveWritesEachFieldAtOnce) {
+  auto layer = Bound();
+  bool realtime = true;
+  layer->GetRecordset("SELECT * FROM customers ORDER BY id", realtime);
+  layer->SetFieldValue("city", "Krems");
+  EXPECT_FALSE(layer->DataChanged());
+  EXPECT_EQ(DbValue("SELECT city FROM customers WHERE id = 1").AsString(), "Krems");
+  layer->SetFieldValue("", "Steyr", 3);  // by position: no save
+  EXPECT_TRUE(layer->DataChanged());
+}
+
+TEST_F(DataLayerCore, RemoveRecordDeletesThroughTheLoadedQueryAndLogs) {
+  auto layer = Loaded("SELECT * FROM customers WHERE active = 1 ORDER BY name;");
+  layer->MoveSpecific(2);  // Clara, id 3
+  bool in_db = true;
+  EXPECT_TRUE(layer->RemoveRecord(in_db));
+  EXPECT_EQ(layer->RecordCount(), 1);
+  EXPECT_EQ(DbValue("SELECT COUNT(*) FROM customers WHERE id = 3").AsLong(), 0);
+  bool offline_only = false;
+  layer->MoveFirst();
+  EXPECT_TRUE(layer->RemoveRecord(offline_only));
+  EXPECT_EQ(DbValue("SELECT COUNT(*) FROM customers").AsLong(), 2);
+  layer.reset();
+  auto files = LogFiles();
+  ASSERT_EQ(files.size(), 1u);
+  const std::string log = ReadBytes(files[0]);
+  EXPECT_NE(log.find("<ACTION TYPE=\"DELETE_inDB\">"), std::string::npos);
+  EXPECT_NE(log.find("<ACTION TYPE=\"DELETE_OFFLINE\">"), std::string::npos);
+  EXPECT_NE(log.find("          <name>Clara</name>\r\n"), std::string::npos);
+}
+
+TEST_F(DataLayerCore, TheLogRecordsEachSavedFieldInWindows1252) {
+  auto layer = Loaded();
+  layer->Username("tester");
+  layer->MoveFirst();
+  layer->SetFieldValue("city", "<Wörth & \"Co\"> €");
+  layer->SetFieldValue("name", "Ānna");  // A with macron: not in the code page
+  ASSERT_TRUE(layer->Save());
+  layer.reset();
+  auto files = LogFiles();
+  ASSERT_EQ(files.size(), 1u);
+  const std::string log = ReadBytes(files[0]);
+  EXPECT_NE(log.find("<ACTION TYPE=\"UPDATE ID=1\">"), std::string::npos);
+  EXPECT_NE(log.find("   <FieldName>city</FieldName>\r\n   <OldValue>Wien</OldValue>\r\n"
+                     "   <NewValue><W\xF6rth & \"Co\"> \x80</NewValue>"),
+            std::string::npos);
+  EXPECT_NE(log.find("<NewValue>?nna</NewValue>"), std::string::npos);
+  EXPECT_NE(log.find("<DECLAREDUSERNAME>tester</DECLAREDUSERNAME>"), std::string::npos);
+}
+
+TEST_F(DataLayerCore, AnUnwritableLogFolderDoesNotDisturbTheCaller) {
+  State().log_path = dir_.File("no/such/folder");
+  auto layer = std::make_shared<DataLayer>();
+  State().log_path = dir_.File("no/such/folder");
+  layer->SetDatabaseByPath(db_path_);
+  layer->GetRecordset("SELECT * FROM customers");
+  layer->SetFieldValue("city", "Ybbs");
+  EXPECT_TRUE(layer->Save());
+  EXPECT_EQ(DbValue("SELECT city FROM customers WHERE id = 1").AsString(), "Ybbs");
+}
+
+TEST_F(DataLayerCore, AReadOnlyDatabaseRefusesTheSave) {
+  auto layer = Loaded();
+  layer->CloseDBConnection();
+  EXPECT_TRUE(layer->ReadOnly());
+  layer->SetFieldValue("city", "x");
+  EXPECT_FALSE(layer->Save());
+  EXPECT_EQ(layer->ErrorStatus(), "\r\n1) Recordset is readonly");
+
+  // A database opened read-only gives read-only recordsets.
+  State() = ThreadState{};
+  auto reader = std::make_shared<DataLayer>();
+  std::shared_ptr<db::Database> read_only = db::DBEngine::Default()->OpenDatabase(db_path_, false, true);
+  reader->SetDatabase(read_only);
+  reader->GetRecordset("SELECT * FROM customers");
+  EXPECT_TRUE(reader->ReadOnly());
+  reader->SetFieldValue("city", "y");
+  EXPECT_FALSE(reader->Save());
+  EXPECT_TRUE(reader->DataChanged());
+}
+
+}  // namespace
+}  // namespace quorbex::test
