@@ -97,7 +97,7 @@ inline constexpr int32_t dbVersion40 = 64;
 enum class ErrorKind {
   General,           // anything not listed below
   FileNotFound,      // OpenDatabase / CompactDatabase: no such file
-  FileExists,        // CreateDatabase / CompactDatabase: the target exists already
+  AlreadyExists,     // the file, table, query or index to create exists already
   NotADatabase,      // the file is not a database (or is damaged)
   NotSupported,      // a known format or an operation this backend does not offer (yet)
   Busy,              // another connection holds a lock and did not let go within the busy timeout
@@ -443,11 +443,11 @@ class DBEngine : public Object {
                                                  bool ReadOnly = false, const std::string& Connect = "");
   // Creates a new SQLite database whatever the extension and opens it. Locale and Options (the classic
   // sort locale and file format, e.g. dbLangGeneral, dbVersion40) are accepted and have no effect. An
-  // existing file raises FileExists ("Database already exists: '<path>'").
+  // existing file raises AlreadyExists ("Database already exists: '<path>'").
   virtual std::shared_ptr<Database> CreateDatabase(const std::string& Name, const std::string& Locale = dbLangGeneral,
                                                    int32_t Options = 0);
   // Writes a compacted copy of SrcName to DstName (SQLite: VACUUM INTO). Raises FileNotFound for a
-  // missing source, FileExists for an existing destination, and Busy ("Could not use '<path>'; file
+  // missing source, AlreadyExists for an existing destination, and Busy ("Could not use '<path>'; file
   // already in use.") when another connection holds a lock on the source beyond the busy timeout.
   virtual void CompactDatabase(const std::string& SrcName, const std::string& DstName);
 

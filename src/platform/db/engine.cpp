@@ -1,0 +1,177 @@
+// DBEngine: picks the backend for a path, and the shared behaviour of the engine's base classes.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <vector>
+
+#include "platform/db/backend.h"
+#include "platform/db/errors.h"
+
+namespace quorbex::db {
+namespace {
+
+enum class PathKind { Missing, Folder, File, Unreadable };
+
+PathKind Inspect(const std::string& path, std::string& header, std::string& problem) {
+  struct stat st {};
+  if (path.empty() || path.find('\0') != std::string::npos || ::stat(path.c_str(), &st) != 0) {
+    if (errno == EACCES) {
+      problem = std::strerror(errno);
+      return PathKind::Unreadable;
+    }
+    return PathKind::Missing;
+  }
+  if (S_ISDIR(st.st_mode)) return PathKind::Folder;
+  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) {
+    problem = std::strerror(errno);
+    return PathKind::Unreadable;
+  }
+  char buf[100];
+  ssize_t n = ::read(fd, buf, sizeof buf);
+  ::close(fd);
+  if (n < 0) {
+    problem = std::strerror(errno);
+    return PathKind::Unreadable;
+  }
+  header.assign(buf, static_cast<size_t>(n));
+  return PathKind::File;
+}
+
+bool IsJetHeader(std::string_view header) {
+  if (header.size() < 19) return false;
+  std::string_view tag = header.substr(4, 15);
+  return tag == "Standard Jet DB" || tag == "Standard ACE DB";
+}
+
+bool IsServerConnection(std::string_view name) {
+  return name.starts_with("postgresql://") || name.starts_with("postgres://");
+}
+
+}  // namespace
+
+DBEngine::DBEngine() = default;
+DBEngine::~DBEngine() = default;
+
+std::shared_ptr<DBEngine> DBEngine::Default() {
+  thread_local std::shared_ptr<DBEngine> engine = std::make_shared<DBEngine>();
+  return engine;
+}
+
+std::shared_ptr<Database> DBEngine::OpenDatabase(const std::string& Name, bool Exclusive, bool ReadOnly,
+                                                 const std::string& Connect) {
+  if (IsServerConnection(Name)) {
+    Raise(ErrorKind::NotSupported, "PostgreSQL connections are not supported yet.");
+  }
+  std::string header, problem;
+  switch (Inspect(Name, header, problem)) {
+    case PathKind::Missing: RaiseFileNotFound(Name);
+    case PathKind::Folder: Raise(ErrorKind::NotADatabase, "'" + Name + "' is a folder, not a database file.");
+    case PathKind::Unreadable: Raise(ErrorKind::General, "Could not open '" + Name + "': " + problem + ".");
+    case PathKind::File: break;
+  }
+  OpenOptions options;
+  options.exclusive = Exclusive;
+  options.read_only = ReadOnly;
+  options.busy_timeout_ms = busy_timeout_ms_;
+  options.connect = Connect;
+  options.system_db = system_db_;
+  options.user = default_user_;
+  options.password = default_password_;
+  if (SqliteBackend().Recognizes(header)) return SqliteBackend().Open(Name, options);
+  if (IsJetHeader(header)) {
+    Raise(ErrorKind::NotSupported, "Jet/Access database files are not supported yet: '" + Name + "'.");
+  }
+  RaiseNotADatabase(Name);
+}
+
+std::shared_ptr<Database> DBEngine::CreateDatabase(const std::string& Name, const std::string& /*Locale*/,
+                                                   int32_t /*Options*/) {
+  if (IsServerConnection(Name)) {
+    Raise(ErrorKind::NotSupported, "Creating a database on a server is not supported.");
+  }
+  std::string header, problem;
+  if (Name.empty()) Raise(ErrorKind::General, "No file name given for the new database.");
+  if (Inspect(Name, header, problem) != PathKind::Missing) {
+    Raise(ErrorKind::AlreadyExists, "Database already exists: '" + Name + "'.");
+  }
+  OpenOptions options;
+  options.busy_timeout_ms = busy_timeout_ms_;
+  return SqliteBackend().Create(Name, options);
+}
+
+void DBEngine::CompactDatabase(const std::string& SrcName, const std::string& DstName) {
+  std::string header, problem;
+  switch (Inspect(SrcName, header, problem)) {
+    case PathKind::Missing: RaiseFileNotFound(SrcName);
+    case PathKind::Folder: Raise(ErrorKind::NotADatabase, "'" + SrcName + "' is a folder, not a database file.");
+    case PathKind::Unreadable: Raise(ErrorKind::General, "Could not open '" + SrcName + "': " + problem + ".");
+    case PathKind::File: break;
+  }
+  std::string dst_header;
+  if (DstName.empty()) Raise(ErrorKind::General, "No file name given for the compacted database.");
+  if (Inspect(DstName, dst_header, problem) != PathKind::Missing) {
+    Raise(ErrorKind::AlreadyExists, "Database already exists: '" + DstName + "'.");
+  }
+  OpenOptions options;
+  options.busy_timeout_ms = busy_timeout_ms_;
+  if (SqliteBackend().Recognizes(header)) return SqliteBackend().Compact(SrcName, DstName, options);
+  if (IsJetHeader(header)) {
+    Raise(ErrorKind::NotSupported, "Jet/Access database files are not supported yet: '" + SrcName + "'.");
+  }
+  RaiseNotADatabase(SrcName);
+}
+
+const std::string& DBEngine::SystemDB() const { return system_db_; }
+void DBEngine::SystemDB(const std::string& strPath) { system_db_ = strPath; }
+const std::string& DBEngine::DefaultUser() const { return default_user_; }
+void DBEngine::DefaultUser(const std::string& strUser) { default_user_ = strUser; }
+const std::string& DBEngine::DefaultPassword() const { return default_password_; }
+void DBEngine::DefaultPassword(const std::string& strPassword) { default_password_ = strPassword; }
+int32_t DBEngine::BusyTimeout() const { return busy_timeout_ms_; }
+void DBEngine::BusyTimeout(int32_t lngMilliseconds) { busy_timeout_ms_ = lngMilliseconds < 0 ? 0 : lngMilliseconds; }
+
+// ---- defaults of the base classes ----------------------------------------------------------------
+
+void Fields::Append(std::shared_ptr<Field>) { Raise(ErrorKind::InvalidOperation, text::kNotForThisObject); }
+void Fields::Delete(std::string_view) { Raise(ErrorKind::InvalidOperation, text::kNotForThisObject); }
+
+void Field::Name(const std::string&) { Raise(ErrorKind::InvalidOperation, text::kNotForThisObject); }
+void Field::Type(int32_t) { Raise(ErrorKind::InvalidOperation, text::kNotForThisObject); }
+int32_t Field::Size() const { return 0; }
+void Field::Size(int32_t) { Raise(ErrorKind::InvalidOperation, text::kNotForThisObject); }
+Variant Field::Value() const { Raise(ErrorKind::InvalidOperation, text::kNotForThisObject); }
+void Field::Value(const Variant&) { Raise(ErrorKind::InvalidOperation, text::kNotForThisObject); }
+std::string Field::SourceTable() const { return std::string(); }
+std::string Field::SourceField() const { return std::string(); }
+int32_t Field::Attributes() const { return 0; }
+void Field::Attributes(int32_t) { Raise(ErrorKind::InvalidOperation, text::kNotForThisObject); }
+bool Field::AllowZeroLength() const { return true; }
+void Field::AllowZeroLength(bool) { Raise(ErrorKind::InvalidOperation, text::kNotForThisObject); }
+bool Field::Required() const { return false; }
+void Field::Required(bool) { Raise(ErrorKind::InvalidOperation, text::kNotForThisObject); }
+Variant Field::DefaultValue() const { return Value(); }
+
+int32_t Recordset::TakeRows(const std::function<void(std::span<Variant> row)>& sink) {
+  auto fields = Fields();
+  const int32_t count = fields->Count();
+  std::vector<std::shared_ptr<Field>> columns;
+  columns.reserve(static_cast<size_t>(count));
+  for (int32_t j = 0; j < count; ++j) columns.push_back(fields->Item(j));
+  std::vector<Variant> row(static_cast<size_t>(count));
+  int32_t rows = 0;
+  if (EOF_() && BOF()) return 0;  // an empty result
+  MoveFirst();
+  while (!EOF_()) {
+    for (int32_t j = 0; j < count; ++j) row[static_cast<size_t>(j)] = columns[static_cast<size_t>(j)]->Value();
+    sink(std::span<Variant>(row));
+    ++rows;
+    MoveNext();
+  }
+  return rows;
+}
+
+}  // namespace quorbex::db

@@ -1,0 +1,140 @@
+#include "platform/db/sqlite/sqlite_connection.h"
+
+#include "platform/db/errors.h"
+
+namespace quorbex::db::sqlite {
+
+void RaiseSqlite(int rc, std::string_view message, const std::string& path, int busy_ms) {
+  std::string msg(message);
+  switch (rc & 0xff) {
+    case SQLITE_BUSY: RaiseBusy(path, busy_ms);
+    case SQLITE_LOCKED: Raise(ErrorKind::Busy, msg);
+    case SQLITE_READONLY:
+      Raise(ErrorKind::ReadOnly, "Cannot update '" + path + "': the database is read-only (" + msg + ").");
+    case SQLITE_NOTADB: RaiseNotADatabase(path);
+    case SQLITE_CORRUPT: Raise(ErrorKind::NotADatabase, "The database '" + path + "' is damaged (" + msg + ").");
+    case SQLITE_CANTOPEN: Raise(ErrorKind::General, "Could not open '" + path + "': " + msg + ".");
+    case SQLITE_CONSTRAINT: Raise(ErrorKind::Constraint, msg);
+    case SQLITE_MISMATCH: Raise(ErrorKind::Conversion, msg);
+    case SQLITE_FULL: Raise(ErrorKind::General, "Cannot write '" + path + "': " + msg + ".");
+    case SQLITE_NOMEM: throw std::bad_alloc();
+    case SQLITE_ERROR:
+      if (msg.starts_with("no such ")) Raise(ErrorKind::NoSuchObject, msg);
+      if (msg.find("syntax error") != std::string::npos || msg.starts_with("incomplete input") ||
+          msg.starts_with("unrecognized token")) {
+        Raise(ErrorKind::Syntax, msg);
+      }
+      if (msg.find("already exists") != std::string::npos) Raise(ErrorKind::AlreadyExists, msg);
+      Raise(ErrorKind::General, msg);
+    default: Raise(ErrorKind::General, msg.empty() ? std::string(sqlite3_errstr(rc)) : msg);
+  }
+}
+
+Connection::Connection(sqlite3* db, std::string path, int busy_ms)
+    : db_(db), path_(std::move(path)), busy_ms_(busy_ms) {}
+
+Connection::~Connection() { Close(); }
+
+sqlite3* Connection::Handle() const {
+  if (db_ == nullptr) Raise(ErrorKind::Closed, text::kDatabaseClosed);
+  return db_;
+}
+
+bool Connection::ReadOnly() const { return sqlite3_db_readonly(Handle(), "main") == 1; }
+
+Stmt Connection::Prepare(std::string_view sql, std::string_view* tail) const {
+  sqlite3_stmt* stmt = nullptr;
+  const char* end = nullptr;
+  int rc = sqlite3_prepare_v2(Handle(), sql.data(), static_cast<int>(sql.size()), &stmt, &end);
+  if (rc != SQLITE_OK) {
+    sqlite3_finalize(stmt);
+    Fail(rc);
+  }
+  if (tail != nullptr) *tail = sql.substr(static_cast<size_t>(end - sql.data()));
+  return Stmt(stmt);
+}
+
+int Connection::Step(sqlite3_stmt* stmt) const {
+  int rc = sqlite3_step(stmt);
+  if (rc == SQLITE_ROW || rc == SQLITE_DONE) return rc;
+  std::string message = sqlite3_errmsg(db_);
+  sqlite3_reset(stmt);
+  RaiseSqlite(rc, message, path_, busy_ms_);
+}
+
+int64_t Connection::Exec(std::string_view sql) const {
+  int64_t changed = 0;
+  while (!sql.empty()) {
+    std::string_view tail;
+    Stmt stmt = Prepare(sql, &tail);
+    sql = tail;
+    if (!stmt) continue;  // blanks or a comment
+    while (Step(stmt.get()) == SQLITE_ROW) {
+    }
+    changed = sqlite3_changes64(db_);
+  }
+  return changed;
+}
+
+void Connection::Fail(int rc) const {
+  RaiseSqlite(rc, db_ != nullptr ? sqlite3_errmsg(db_) : sqlite3_errstr(rc), path_, busy_ms_);
+}
+
+void Connection::Register(const std::shared_ptr<Closable>& item) {
+  // Forget items that ended on their own, so that a long-lived connection does not collect them.
+  std::erase_if(items_, [](const std::weak_ptr<Closable>& w) { return w.expired(); });
+  items_.push_back(item);
+}
+
+void Connection::Close() {
+  if (db_ == nullptr) return;
+  auto items = std::move(items_);
+  items_.clear();
+  for (auto& weak : items) {
+    if (auto item = weak.lock()) item->CloseFromDatabase();
+  }
+  sqlite3_close_v2(db_);
+  db_ = nullptr;
+}
+
+void Bind(const Connection& conn, sqlite3_stmt* stmt, int index, const Stored& value) {
+  int rc = SQLITE_OK;
+  switch (value.kind) {
+    case Stored::Kind::Null: rc = sqlite3_bind_null(stmt, index); break;
+    case Stored::Kind::Integer: rc = sqlite3_bind_int64(stmt, index, value.integer); break;
+    case Stored::Kind::Real: rc = sqlite3_bind_double(stmt, index, value.real); break;
+    case Stored::Kind::Text:
+      rc = sqlite3_bind_text64(stmt, index, value.bytes.data(), value.bytes.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
+      break;
+    case Stored::Kind::Blob:
+      rc = sqlite3_bind_blob64(stmt, index, value.bytes.data(), value.bytes.size(), SQLITE_TRANSIENT);
+      break;
+  }
+  if (rc != SQLITE_OK) conn.Fail(rc);
+}
+
+Variant ReadColumn(sqlite3_stmt* stmt, int column, int32_t code) {
+  switch (sqlite3_column_type(stmt, column)) {
+    case SQLITE_INTEGER: return DecodeInteger(sqlite3_column_int64(stmt, column), code);
+    case SQLITE_FLOAT: return DecodeReal(sqlite3_column_double(stmt, column), code);
+    case SQLITE_TEXT: {
+      const auto* p = reinterpret_cast<const char*>(sqlite3_column_text(stmt, column));
+      int n = sqlite3_column_bytes(stmt, column);
+      return DecodeText(std::string_view(p, static_cast<size_t>(n)), code);
+    }
+    case SQLITE_BLOB: {
+      const auto* p = static_cast<const char*>(sqlite3_column_blob(stmt, column));
+      int n = sqlite3_column_bytes(stmt, column);
+      return DecodeBlob(std::string_view(p ? p : "", static_cast<size_t>(n)), code);
+    }
+    default: return Variant(Null);
+  }
+}
+
+std::string ColumnText(sqlite3_stmt* stmt, int column) {
+  const auto* p = reinterpret_cast<const char*>(sqlite3_column_text(stmt, column));
+  if (p == nullptr) return std::string();
+  return std::string(p, static_cast<size_t>(sqlite3_column_bytes(stmt, column)));
+}
+
+}  // namespace quorbex::db::sqlite

@@ -1,0 +1,79 @@
+// One SQLite connection, shared by a Database and everything opened on it, plus the small helpers
+// every SQLite source uses (statements, binding, error translation).
+//
+// Thread safety: a connection belongs to the thread that opened it (it is opened without SQLite's
+// own mutex).
+#pragma once
+
+#include <sqlite3.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/db/types.h"
+#include "quorbex/engine.h"
+
+namespace quorbex::db::sqlite {
+
+struct StmtDeleter {
+  void operator()(sqlite3_stmt* stmt) const { sqlite3_finalize(stmt); }
+};
+using Stmt = std::unique_ptr<sqlite3_stmt, StmtDeleter>;
+
+// Something that must end when its database is closed (a recordset's cursor).
+class Closable {
+ public:
+  virtual ~Closable() = default;
+  virtual void CloseFromDatabase() = 0;
+};
+
+// Turns a SQLite result code and message into the engine's error. Busy and read-only errors name the
+// file; SQL errors keep SQLite's own text ("no such table: x", "near \"FORM\": syntax error").
+[[noreturn]] void RaiseSqlite(int rc, std::string_view message, const std::string& path, int busy_ms);
+
+class Connection {
+ public:
+  Connection(sqlite3* db, std::string path, int busy_ms);
+  ~Connection();
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+
+  // The handle; raises Closed once the connection was closed.
+  sqlite3* Handle() const;
+  const std::string& Path() const { return path_; }
+  int BusyMs() const { return busy_ms_; }
+  bool IsOpen() const { return db_ != nullptr; }
+  // True when the main database cannot be written (opened read-only or write-protected).
+  bool ReadOnly() const;
+
+  // Prepares one statement (the first of `sql`); raises with the engine's text. `tail` receives the
+  // rest of the text when given.
+  Stmt Prepare(std::string_view sql, std::string_view* tail = nullptr) const;
+  // Steps once; returns SQLITE_ROW or SQLITE_DONE, raises on anything else (after resetting).
+  int Step(sqlite3_stmt* stmt) const;
+  // Runs every statement of `sql`, discarding rows; returns the rows changed by the last one.
+  int64_t Exec(std::string_view sql) const;
+  // Raises the error the connection reports for `rc`.
+  [[noreturn]] void Fail(int rc) const;
+
+  void Register(const std::shared_ptr<Closable>& item);
+  // Ends every registered item, then the connection.
+  void Close();
+
+ private:
+  sqlite3* db_;
+  std::string path_;
+  int busy_ms_;
+  std::vector<std::weak_ptr<Closable>> items_;
+};
+
+// Binds a stored value to the 1-based parameter `index`.
+void Bind(const Connection& conn, sqlite3_stmt* stmt, int index, const Stored& value);
+// The column as a Variant for a column of type `code` (see DecodeInteger and friends).
+Variant ReadColumn(sqlite3_stmt* stmt, int column, int32_t code);
+// Column `column` of the current row as text (empty for NULL).
+std::string ColumnText(sqlite3_stmt* stmt, int column);
+
+}  // namespace quorbex::db::sqlite

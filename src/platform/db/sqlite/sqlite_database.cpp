@@ -1,0 +1,310 @@
+// The SQLite Database, its query definitions, and the backend that opens, creates and compacts files.
+#include <unistd.h>
+
+#include "platform/db/backend.h"
+#include "platform/db/errors.h"
+#include "platform/db/sqlite/sqlite_connection.h"
+#include "platform/db/sqlite/sqlite_dialect.h"
+#include "platform/db/sqlite/sqlite_recordset.h"
+#include "platform/db/sqlite/sqlite_schema.h"
+
+namespace quorbex::db::sqlite {
+namespace {
+
+// Marks files this library created ("QDL1"); SQLite writes the header when it is set, so a new
+// database is a valid file at once.
+constexpr int kApplicationId = 0x51444C31;
+
+bool AllowsUpdates(int32_t type, int32_t options) {
+  return (type == dbOpenDynaset || type == dbOpenTable) && (options & dbReadOnly) == 0;
+}
+
+// Where a stored query lives: "main" or "temp"; empty when there is none of that name.
+std::string ViewSchema(const Connection& conn, std::string_view name, std::string* actual_name = nullptr,
+                       std::string* sql = nullptr) {
+  Stmt stmt = conn.Prepare(
+      "SELECT 'temp', name, sql FROM sqlite_temp_master WHERE type = 'view' AND name = ?1 COLLATE NOCASE "
+      "UNION ALL SELECT 'main', name, sql FROM sqlite_master WHERE type = 'view' AND name = ?1 COLLATE NOCASE");
+  sqlite3_bind_text(stmt.get(), 1, name.data(), static_cast<int>(name.size()), SQLITE_TRANSIENT);
+  if (conn.Step(stmt.get()) != SQLITE_ROW) return std::string();
+  if (actual_name) *actual_name = ColumnText(stmt.get(), 1);
+  if (sql) *sql = ColumnText(stmt.get(), 2);
+  return ColumnText(stmt.get(), 0);
+}
+
+bool TableOrViewExists(const Connection& conn, std::string_view name) {
+  Stmt stmt = conn.Prepare(
+      "SELECT 1 FROM sqlite_master WHERE type IN ('table', 'view') AND name = ?1 COLLATE NOCASE "
+      "UNION ALL SELECT 1 FROM sqlite_temp_master WHERE type IN ('table', 'view') AND name = ?1 COLLATE NOCASE");
+  sqlite3_bind_text(stmt.get(), 1, name.data(), static_cast<int>(name.size()), SQLITE_TRANSIENT);
+  return conn.Step(stmt.get()) == SQLITE_ROW;
+}
+
+// ---- query definitions ---------------------------------------------------------------------------
+
+class SqliteQueryDef : public QueryDef {
+ public:
+  // `schema` is "main" or "temp" for a stored query, empty for an unnamed one.
+  SqliteQueryDef(std::shared_ptr<Connection> conn, std::string name, std::string schema, std::string sql)
+      : conn_(std::move(conn)), name_(std::move(name)), schema_(std::move(schema)), sql_(std::move(sql)) {}
+
+  const std::string& Name() const override { return name_; }
+  const std::string& SQL() const override { return sql_; }
+
+  void SQL(const std::string& strSQL) override {
+    CheckOpen();
+    if (!schema_.empty()) {
+      std::string body(TrimStatement(strSQL));
+      std::string create = schema_ == "temp" ? "CREATE TEMP VIEW " : "CREATE VIEW \"main\".";
+      if (schema_ == "temp") create += "\"temp\".";
+      conn_->Exec("SAVEPOINT quorbex_query");
+      try {
+        conn_->Exec("DROP VIEW " + Quote(schema_) + "." + Quote(name_));
+        conn_->Exec(create + Quote(name_) + " AS " + body);
+      } catch (...) {
+        try {
+          conn_->Exec("ROLLBACK TO quorbex_query; RELEASE quorbex_query");
+        } catch (...) {
+        }
+        throw;
+      }
+      conn_->Exec("RELEASE quorbex_query");
+    }
+    sql_ = strSQL;
+  }
+
+  std::shared_ptr<Recordset> OpenRecordset(int32_t Type, int32_t Options) override {
+    CheckOpen();
+    if (schema_.empty()) return OpenCursor(conn_, sql_, sql_, AllowsUpdates(Type, Options));
+    return OpenCursor(conn_, name_, "SELECT * FROM " + Quote(schema_) + "." + Quote(name_), AllowsUpdates(Type, Options));
+  }
+
+  void Execute(int32_t /*Options*/) override {
+    CheckOpen();
+    if (!schema_.empty()) Raise(ErrorKind::InvalidOperation, text::kSelectInExecute);
+    RunAction(sql_);
+  }
+
+  void Close() override { closed_ = true; }
+
+  // Runs action statements; a SELECT is refused.
+  static int64_t RunAction(const std::shared_ptr<Connection>& conn, std::string_view sql) {
+    int64_t changed = 0;
+    bool any = false;
+    while (!sql.empty()) {
+      std::string_view tail;
+      Stmt stmt = conn->Prepare(sql, &tail);
+      sql = tail;
+      if (!stmt) continue;
+      any = true;
+      if (sqlite3_column_count(stmt.get()) > 0 && sqlite3_stmt_readonly(stmt.get())) {
+        Raise(ErrorKind::InvalidOperation, text::kSelectInExecute);
+      }
+      while (conn->Step(stmt.get()) == SQLITE_ROW) {
+      }
+      changed = sqlite3_changes64(conn->Handle());
+    }
+    if (!any) Raise(ErrorKind::Syntax, "The SQL text is empty.");
+    return changed;
+  }
+
+ private:
+  void RunAction(const std::string& sql) { RunAction(conn_, sql); }
+  void CheckOpen() const {
+    if (closed_) Raise(ErrorKind::Closed, "Object invalid or no longer set (the query definition was closed).");
+    conn_->Handle();
+  }
+
+  std::shared_ptr<Connection> conn_;
+  std::string name_;
+  std::string schema_;
+  std::string sql_;
+  bool closed_ = false;
+};
+
+class SqliteQueryDefs : public db::QueryDefs {
+ public:
+  explicit SqliteQueryDefs(std::shared_ptr<Connection> conn) : conn_(std::move(conn)) {
+    Stmt stmt = conn_->Prepare(
+        "SELECT 'main', name, sql FROM sqlite_master WHERE type = 'view' "
+        "UNION ALL SELECT 'temp', name, sql FROM sqlite_temp_master WHERE type = 'view' "
+        "ORDER BY 2 COLLATE NOCASE");
+    while (conn_->Step(stmt.get()) == SQLITE_ROW) {
+      queries_.push_back(std::make_shared<SqliteQueryDef>(conn_, ColumnText(stmt.get(), 1), ColumnText(stmt.get(), 0),
+                                                          ViewBody(ColumnText(stmt.get(), 2))));
+    }
+  }
+
+  int32_t Count() const override { return static_cast<int32_t>(queries_.size()); }
+
+  std::shared_ptr<QueryDef> Item(int32_t index) const override {
+    if (index < 0 || index >= Count()) RaiseItemNotFound(index);
+    return queries_[static_cast<size_t>(index)];
+  }
+
+  std::shared_ptr<QueryDef> Item(std::string_view name) const override {
+    for (const auto& q : queries_) {
+      if (SameName(q->Name(), name)) return q;
+    }
+    RaiseItemNotFound("'" + std::string(name) + "'");
+  }
+
+  void Delete(std::string_view name) override {
+    std::string actual;
+    std::string schema = ViewSchema(*conn_, name, &actual);
+    if (schema.empty()) RaiseItemNotFound("'" + std::string(name) + "'");
+    conn_->Exec("DROP VIEW " + Quote(schema) + "." + Quote(actual));
+    std::erase_if(queries_, [&](const auto& q) { return SameName(q->Name(), name); });
+  }
+
+ private:
+  std::shared_ptr<Connection> conn_;
+  std::vector<std::shared_ptr<SqliteQueryDef>> queries_;
+};
+
+// ---- Database ------------------------------------------------------------------------------------
+
+class SqliteDatabase : public Database {
+ public:
+  // The connection outlives this object while recordsets opened on it are in use, as the classic
+  // engine keeps a database alive for its recordsets; Close ends them all.
+  explicit SqliteDatabase(std::shared_ptr<Connection> conn) : conn_(std::move(conn)) {}
+
+  const std::string& Name() const override { return conn_->Path(); }
+  bool IsOpen() const override { return conn_->IsOpen(); }
+  bool Updatable() const override { return !conn_->ReadOnly(); }
+  void Close() override { conn_->Close(); }
+  bool Supports(Feature) const override { return true; }
+
+  void Execute(const std::string& Query, int32_t /*Options*/) override {
+    records_affected_ = 0;
+    records_affected_ = SqliteQueryDef::RunAction(conn_, Query);
+  }
+
+  int32_t RecordsAffected() const override { return static_cast<int32_t>(records_affected_); }
+
+  std::shared_ptr<Recordset> OpenRecordset(const std::string& Name, int32_t Type, int32_t Options) override {
+    std::string_view source = TrimStatement(Name);
+    if (IsBareName(source)) {
+      std::string name = Unbracket(source);
+      if (TableOrViewExists(*conn_, name)) {
+        return OpenCursor(conn_, Name, "SELECT * FROM " + Quote(name), AllowsUpdates(Type, Options));
+      }
+    }
+    return OpenCursor(conn_, Name, Name, AllowsUpdates(Type, Options));
+  }
+
+  std::shared_ptr<QueryDef> CreateQueryDef(const std::string& Name, const std::string& SQLText, bool temporary) override {
+    conn_->Handle();
+    if (Name.empty()) return std::make_shared<SqliteQueryDef>(conn_, std::string(), std::string(), SQLText);
+    std::string body(TrimStatement(SQLText));
+    if (body.empty()) Raise(ErrorKind::Syntax, "A stored query needs a SQL text.");
+    if (!ViewSchema(*conn_, Name).empty() || TableOrViewExists(*conn_, Name)) {
+      Raise(ErrorKind::AlreadyExists, "Object '" + Name + "' already exists.");
+    }
+    conn_->Exec((temporary ? "CREATE TEMP VIEW \"temp\"." : "CREATE VIEW \"main\".") + Quote(Name) + " AS " + body);
+    return std::make_shared<SqliteQueryDef>(conn_, Name, temporary ? "temp" : "main", SQLText);
+  }
+
+  std::shared_ptr<db::QueryDefs> QueryDefs() override { return std::make_shared<SqliteQueryDefs>(conn_); }
+  std::shared_ptr<db::TableDefs> TableDefs() override { return std::make_shared<SqliteTableDefs>(conn_); }
+  std::shared_ptr<TableDef> CreateTableDef(const std::string& Name) override {
+    conn_->Handle();
+    return NewTableDef(conn_, Name);
+  }
+
+  void BeginTrans() override {
+    if (sqlite3_get_autocommit(conn_->Handle()) == 0) {
+      Raise(ErrorKind::InvalidOperation, "A transaction is already running.");
+    }
+    conn_->Exec("BEGIN");
+  }
+  void CommitTrans() override {
+    if (sqlite3_get_autocommit(conn_->Handle()) != 0) Raise(ErrorKind::InvalidOperation, "No transaction is running.");
+    conn_->Exec("COMMIT");
+  }
+  void Rollback() override {
+    if (sqlite3_get_autocommit(conn_->Handle()) != 0) Raise(ErrorKind::InvalidOperation, "No transaction is running.");
+    conn_->Exec("ROLLBACK");
+  }
+  void Savepoint(const std::string& name) override { conn_->Exec("SAVEPOINT " + Quote(name)); }
+  void ReleaseSavepoint(const std::string& name) override { conn_->Exec("RELEASE SAVEPOINT " + Quote(name)); }
+  void RollbackToSavepoint(const std::string& name) override { conn_->Exec("ROLLBACK TO SAVEPOINT " + Quote(name)); }
+
+ private:
+  std::shared_ptr<Connection> conn_;
+  int64_t records_affected_ = 0;
+};
+
+// ---- backend -------------------------------------------------------------------------------------
+
+std::shared_ptr<Connection> Connect(const std::string& path, int flags, int busy_ms) {
+  sqlite3* db = nullptr;
+  int rc = sqlite3_open_v2(path.c_str(), &db, flags | SQLITE_OPEN_NOMUTEX, nullptr);
+  if (rc != SQLITE_OK) {
+    std::string message = db ? sqlite3_errmsg(db) : sqlite3_errstr(rc);
+    sqlite3_close_v2(db);
+    RaiseSqlite(rc, message, path, busy_ms);
+  }
+  sqlite3_extended_result_codes(db, 1);
+  sqlite3_busy_timeout(db, busy_ms);
+  return std::make_shared<Connection>(db, path, busy_ms);
+}
+
+class Sqlite : public Backend {
+ public:
+  const char* Name() const override { return "SQLite"; }
+
+  bool Recognizes(std::string_view header) const override {
+    return header.size() >= 16 && header.substr(0, 16) == std::string_view("SQLite format 3\0", 16);
+  }
+
+  std::shared_ptr<Database> Open(const std::string& path, const OpenOptions& options) override {
+    int flags = options.read_only ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE;
+    auto conn = Connect(path, flags, options.busy_timeout_ms);
+    // Reading the catalogue now turns a damaged file into an error here rather than at the first query.
+    conn->Exec("SELECT count(*) FROM sqlite_master");
+    if (options.exclusive) conn->Exec("PRAGMA locking_mode = EXCLUSIVE; BEGIN EXCLUSIVE; COMMIT");
+    return std::make_shared<SqliteDatabase>(conn);
+  }
+
+  std::shared_ptr<Database> Create(const std::string& path, const OpenOptions& options) override {
+    auto conn = Connect(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, options.busy_timeout_ms);
+    try {
+      conn->Exec("PRAGMA application_id = " + std::to_string(kApplicationId));
+    } catch (...) {
+      conn->Close();
+      ::unlink(path.c_str());
+      throw;
+    }
+    return std::make_shared<SqliteDatabase>(conn);
+  }
+
+  void Compact(const std::string& source, const std::string& destination, const OpenOptions& options) override {
+    auto conn = Connect(source, SQLITE_OPEN_READWRITE, options.busy_timeout_ms);
+    conn->Exec("SELECT count(*) FROM sqlite_master");
+    // "In use" means another connection holds a lock: an exclusive transaction waits for it up to the
+    // busy timeout and then gives up.
+    if (!conn->ReadOnly()) conn->Exec("BEGIN EXCLUSIVE; COMMIT");
+    Stmt stmt = conn->Prepare("VACUUM INTO ?1");
+    sqlite3_bind_text(stmt.get(), 1, destination.c_str(), -1, SQLITE_TRANSIENT);
+    try {
+      conn->Step(stmt.get());
+    } catch (...) {
+      ::unlink(destination.c_str());  // it did not exist before; leave no half-written copy
+      throw;
+    }
+  }
+};
+
+}  // namespace
+}  // namespace quorbex::db::sqlite
+
+namespace quorbex::db {
+
+Backend& SqliteBackend() {
+  static sqlite::Sqlite backend;
+  return backend;
+}
+
+}  // namespace quorbex::db
