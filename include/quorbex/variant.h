@@ -93,6 +93,10 @@ class Variant {
   // 64-bit integers become Long when they fit and Double otherwise.
   Variant(long l) noexcept;
   Variant(long long l) noexcept;
+  // Unsigned integers (sizes, counts) likewise: Long when they fit, Double otherwise.
+  Variant(unsigned int u) noexcept;
+  Variant(unsigned long u) noexcept;
+  Variant(unsigned long long u) noexcept;
   Variant(float f) noexcept : v_(f) {}
   Variant(double d) noexcept : v_(d) {}
   Variant(Currency c) noexcept : v_(c) {}

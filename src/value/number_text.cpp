@@ -151,7 +151,7 @@ NumberScan ScanNumber(std::string_view text, const Locale& locale) {
       if (leading_zeros && text[i] != '0') leading_zeros = false;
       if (!leading_zeros) ++magnitude;
       ++i;
-    } else if (any_digit && StartsWithAt(text, i, thousands)) {
+    } else if (any_digit && !thousands.empty() && text[i] == thousands[0] && StartsWithAt(text, i, thousands)) {
       i += thousands.size();
     } else {
       break;

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <limits>
+#include <utility>
 
 #include "quorbex/text.h"
 #include "value/date_time.h"
@@ -133,21 +134,19 @@ std::strong_ordering OrderNumberAndText(const Variant& number, double value, con
 
 Variant Object::DefaultValue() const { return Variant(); }
 
-Variant::Variant(long l) noexcept {
-  if (l >= std::numeric_limits<int32_t>::min() && l <= std::numeric_limits<int32_t>::max()) {
-    v_ = static_cast<int32_t>(l);
-  } else {
-    v_ = static_cast<double>(l);
-  }
+namespace {
+template <class Int>
+Variant IntegerVariant(Int value) noexcept {
+  if (std::in_range<int32_t>(value)) return Variant(static_cast<int32_t>(value));
+  return Variant(static_cast<double>(value));
 }
+}  // namespace
 
-Variant::Variant(long long l) noexcept {
-  if (l >= std::numeric_limits<int32_t>::min() && l <= std::numeric_limits<int32_t>::max()) {
-    v_ = static_cast<int32_t>(l);
-  } else {
-    v_ = static_cast<double>(l);
-  }
-}
+Variant::Variant(long l) noexcept : Variant(IntegerVariant(l)) {}
+Variant::Variant(long long l) noexcept : Variant(IntegerVariant(l)) {}
+Variant::Variant(unsigned int u) noexcept : Variant(IntegerVariant(u)) {}
+Variant::Variant(unsigned long u) noexcept : Variant(IntegerVariant(u)) {}
+Variant::Variant(unsigned long long u) noexcept : Variant(IntegerVariant(u)) {}
 
 VarType Variant::Type() const noexcept {
   // Follows the order of the alternatives in v_.
@@ -326,11 +325,9 @@ std::optional<double> ParseNumber(std::string_view text) {
 
 // ---- Comparison -----------------------------------------------------------------------------------
 
-std::optional<std::strong_ordering> Compare(const Variant& a_in, const Variant& b_in) {
-  const Variant a_deref = a_in.IsObject() ? Dereference(a_in) : Variant();
-  const Variant b_deref = b_in.IsObject() ? Dereference(b_in) : Variant();
-  const Variant& a = a_in.IsObject() ? a_deref : a_in;
-  const Variant& b = b_in.IsObject() ? b_deref : b_in;
+namespace {
+
+std::optional<std::strong_ordering> CompareValues(const Variant& a, const Variant& b) {
   if (a.IsNull() || b.IsNull()) return std::nullopt;
 
   if (a.IsString() && b.IsString()) return OrderTexts(a.AsString(), b.AsString());
@@ -352,6 +349,25 @@ std::optional<std::strong_ordering> Compare(const Variant& a_in, const Variant& 
     return 0 <=> r;
   }
   Raise(errnum::kTypeMismatch);
+}
+
+}  // namespace
+
+std::optional<std::strong_ordering> Compare(const Variant& a, const Variant& b) {
+  // The kinds a sort meets most, first.
+  const VarType ta = a.Type();
+  if (ta == b.Type()) {
+    switch (ta) {
+      case VarType::Double: return OrderDoubles(a.AsDouble(), b.AsDouble());
+      case VarType::Long: return a.AsLong() <=> b.AsLong();
+      case VarType::String: return OrderTexts(a.AsString(), b.AsString());
+      default: break;
+    }
+  }
+  if (a.IsObject() || b.IsObject()) {
+    return CompareValues(a.IsObject() ? Dereference(a) : a, b.IsObject() ? Dereference(b) : b);
+  }
+  return CompareValues(a, b);
 }
 
 bool Equals(const Variant& a, const Variant& b) {

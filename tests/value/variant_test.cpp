@@ -48,6 +48,9 @@ TEST(Variant, KindsAndSize) {
   EXPECT_EQ(Variant(5L).Type(), VarType::Long);
   EXPECT_EQ(Variant(5000000000LL).Type(), VarType::Double);
   EXPECT_EQ(Variant(5000000000LL).AsDouble(), 5e9);
+  EXPECT_EQ(Variant(std::size_t{3}).AsLong(), 3);
+  EXPECT_EQ(Variant(4000000000u).Type(), VarType::Double);
+  EXPECT_EQ(Variant(-2147483648LL).Type(), VarType::Long);
   EXPECT_TRUE(Variant(1.5).IsNumberKind());
   EXPECT_FALSE(Variant(true).IsNumberKind());
   EXPECT_FALSE(Variant(Date{}).IsNumberKind());
