@@ -1,0 +1,150 @@
+#include "service/clsLog.h"
+
+#include <string_view>
+
+#include "platform/clock.h"
+#include "platform/encoding.h"
+#include "platform/environment.h"
+#include "platform/files.h"
+#include "quorbex/engine.h"
+#include "service/modService.h"
+#include "service/thread_state.h"
+
+namespace quorbex {
+
+namespace {
+
+constexpr std::string_view kLineEnd = "\r\n";
+
+// Collects the lines of one write; the whole block goes to the file in one call.
+class Lines {
+ public:
+  Lines& operator<<(std::string_view text) {
+    text_.append(text);
+    return *this;
+  }
+  Lines& End() {
+    text_.append(kLineEnd);
+    return *this;
+  }
+  std::string Encoded() const { return platform::ToWindows1252(text_); }
+
+ private:
+  std::string text_;
+};
+
+// The name of the thread's current database, "" when there is none or it cannot tell.
+std::string CurrentDatabaseName() {
+  try {
+    const auto& database = State().current_database;
+    return database ? database->Name() : std::string();
+  } catch (...) {
+    return "";
+  }
+}
+
+std::string JoinPath(const std::string& folder, const std::string& name) {
+  if (folder.empty() || folder.back() == '/') return folder + name;
+  return folder + "/" + name;
+}
+
+}  // namespace
+
+clsLog::~clsLog() {
+  try {
+    if (!closed_ && !session_id_.empty()) CloseSession();
+  } catch (...) {
+  }
+}
+
+Variant clsLog::OpenSession() {
+  ThreadState& state = State();
+  if (state.log_disabled) return {};
+  try {
+    if (!session_id_.empty() && !closed_) CloseSession();
+
+    std::string session_id = NewGUIDText();
+    if (session_id.empty()) return {};  // no GUID, no file: better no log than one every entry overwrites
+    session_id_ = std::move(session_id);
+    closed_ = false;
+
+    const std::string opened = FormatDate(platform::NowLocal());
+    if (state.log_path.empty()) state.log_path = platform::ExecutableFolder();
+    file_name_ = JoinPath(state.log_path, session_id_ + "_" + CleanText(platform::Environ("Computername")) + "_" +
+                                               CleanText(platform::Environ("Username")) + "_" + CleanText(opened) +
+                                               ".xml");
+
+    std::string database = CurrentDatabaseName();
+    if (database.empty()) database = "OFFLINE";
+    const std::string declared_user = state.user_name.empty() ? std::string("NotSet") : state.user_name;
+
+    Lines head;
+    head << "<?xml version=\"1.0\" encoding=\"windows-1252\" ?>";
+    head.End() << "<QuorbexDataLayerLog>";
+    head.End() << "<HEAD>";
+    head.End() << "   <SESSIONID>" << session_id_ << "</SESSIONID>";
+    head.End() << "   <SESSIONTIME>" << opened << "</SESSIONTIME>";
+    head.End() << "   <DATABASE>" << database << "</DATABASE>";
+    head.End() << "   <COMPUTERNAME>" << platform::Environ("computername") << "</COMPUTERNAME>";
+    head.End() << "   <SYSTEMUSERNAME>" << platform::Environ("username") << "</SYSTEMUSERNAME>";
+    head.End() << "   <DECLAREDUSERNAME>" << declared_user << "</DECLAREDUSERNAME>";
+    head.End() << "</HEAD>";
+    head.End() << "<LOGDATA>";
+    head.End();
+    platform::WriteFile(file_name_, head.Encoded());
+  } catch (...) {
+    // A log that cannot be written must not disturb the caller.
+  }
+  return {};
+}
+
+Variant clsLog::WriteLogEntry(ByRef<std::string> actionType, const std::string& query,
+                              const std::string& deletedRecordInfo, const std::string& fieldName,
+                              const std::string& oldValue, const std::string& newValue) {
+  if (State().log_disabled) return {};
+  try {
+    if (session_id_.empty()) OpenSession();
+    if (actionType->empty()) *actionType = "UNKNOWN";
+    if (session_id_.empty()) return {};
+
+    Lines entry;
+    entry << "<ACTION TYPE=\"" << *actionType << "\">";
+    entry.End() << "   <ActionTime>" << FormatDate(platform::NowLocal()) << "</ActionTime>";
+    entry.End() << "   <QueryString>" << query << "</QueryString>";
+    entry.End() << "   <DeletedRecordInfo>";
+    entry.End() << deletedRecordInfo << "   </DeletedRecordInfo>";
+    entry.End() << "   <FieldName>" << fieldName << "</FieldName>";
+    entry.End() << "   <OldValue>" << oldValue << "</OldValue>";
+    entry.End() << "   <NewValue>" << newValue << "</NewValue>";
+    entry.End() << "</ACTION>";
+    entry.End();
+    platform::AppendFile(file_name_, entry.Encoded());
+  } catch (...) {
+  }
+  return {};
+}
+
+Variant clsLog::CloseSession() {
+  const ThreadState& state = State();
+  if (closed_ || state.log_disabled || session_id_.empty()) return {};
+  try {
+    Lines tail;
+    tail << "</LOGDATA>";
+    tail.End();
+    // The cleaning also removes the line breaks and ") " between the numbered messages, so they run
+    // together; readers of these logs expect exactly that.
+    if (!state.error_text.empty()) {
+      tail << "<ERRORINFO>" << CleanText(state.error_text) << "</ERRORINFO>";
+      tail.End();
+    }
+    tail << "</QuorbexDataLayerLog>";
+    tail.End();
+    if (!platform::AppendFile(file_name_, tail.Encoded())) return {};
+    session_id_.clear();
+    closed_ = true;
+  } catch (...) {
+  }
+  return {};
+}
+
+}  // namespace quorbex
