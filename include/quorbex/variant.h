@@ -192,6 +192,12 @@ double Val(std::string_view text);
 double Val(const std::string& text);  // these two keep Val("...") from being ambiguous
 double Val(const char* text);
 
+// `value` rounded to `digits` decimal places, halves to the even neighbour (Round(2.5) is 2,
+// Round(0.125, 2) is 0.12). The decimal value the number stands for is rounded (its 15 significant
+// digits, as CStr shows it), so Round(0.285, 2) is 0.28 although the binary 0.285 lies a hair below.
+// NaN and infinities come back unchanged; digits < 0 raises 5.
+double Round(double value, int32_t digits = 0);
+
 // Parsing with the current locale; nullopt when the text is not a number / date.
 std::optional<double> ParseNumber(std::string_view text);
 std::optional<Date> ParseDate(std::string_view text);

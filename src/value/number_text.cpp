@@ -313,6 +313,31 @@ std::string FormatFloating(double value, bool single, const Locale& locale) {
   return out;
 }
 
+DecimalDigits SignificantDigits(double value) {
+  char buffer[32];
+  const auto [end, ec] =
+      std::to_chars(buffer, buffer + sizeof buffer, std::fabs(value), std::chars_format::scientific, 14);
+  DecimalDigits result;
+  if (ec != std::errc()) return result;
+  const char* p = buffer;
+  for (; p != end && *p != 'e'; ++p) {
+    if (*p >= '0' && *p <= '9') result.digits = result.digits * 10 + (*p - '0');
+  }
+  if (p != end) std::from_chars(p + (p[1] == '+' ? 2 : 1), end, result.exponent);
+  return result;
+}
+
+int64_t DivideRoundHalfEven(int64_t value, int power) {
+  int64_t divisor = 1;
+  for (int k = 0; k < power; ++k) divisor *= 10;
+  const int64_t quotient = value / divisor;
+  const int64_t rest = value % divisor;
+  const int64_t twice = rest * 2;  // |rest| < 10^18, so no overflow
+  if (twice > divisor || (twice == divisor && (quotient & 1))) return quotient + 1;
+  if (twice < -divisor || (twice == -divisor && (quotient & 1))) return quotient - 1;
+  return quotient;
+}
+
 std::string FormatCurrency(Currency value, const Locale& locale) {
   const bool negative = value.scaled < 0;
   // Unsigned arithmetic keeps the most negative value representable.

@@ -1,6 +1,7 @@
 // Numbers to text and back, shared by the conversions and comparisons of Variant.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -30,5 +31,16 @@ double ScanLeadingNumber(std::string_view text);
 // decimal separator.
 std::string FormatFloating(double value, bool single, const Locale& locale);
 std::string FormatCurrency(Currency value, const Locale& locale);
+
+// The 15 significant decimal digits of |value| (> 0, finite) as an integer, and the decimal exponent of
+// the first: |value| ~ digits * 10^(exponent - 14).
+struct DecimalDigits {
+  int64_t digits = 0;
+  int exponent = 0;
+};
+DecimalDigits SignificantDigits(double value);
+
+// Divides by 10^power (0 <= power <= 18), rounding half to even.
+int64_t DivideRoundHalfEven(int64_t value, int power);
 
 }  // namespace quorbex::detail

@@ -2,7 +2,6 @@
 
 #include <charconv>
 #include <cmath>
-#include <cstdlib>
 #include <limits>
 #include <utility>
 
@@ -174,35 +173,39 @@ Currency Currency::FromDouble(double value) {
   if (value == 0.0) return Currency{};
   // Rounds the decimal value the number stands for (its 15 significant digits, as CStr shows it), not
   // the binary one: 0.00015 is a hair below the half in binary, yet becomes 0.0002 as users expect.
-  char buffer[32];
-  const auto [end, ec] = std::to_chars(buffer, buffer + sizeof buffer, std::fabs(value),
-                                       std::chars_format::scientific, 14);
-  if (ec != std::errc()) Raise(errnum::kOverflow);
-  int64_t digits = 0;  // d.dddddddddddddd as a 15-digit integer
-  const char* p = buffer;
-  for (; p != end && *p != 'e'; ++p) {
-    if (*p >= '0' && *p <= '9') digits = digits * 10 + (*p - '0');
-  }
-  const int exponent = p != end ? std::atoi(p + 1) : 0;
+  const detail::DecimalDigits d = detail::SignificantDigits(value);
   // value = digits * 10^(exponent - 14); scaled = value * 10^4.
-  const int shift = exponent - 10;
-  int64_t scaled = digits;
+  const int shift = d.exponent - 10;
+  int64_t scaled = d.digits;
   if (shift >= 0) {
     for (int k = 0; k < shift; ++k) {
       if (scaled > std::numeric_limits<int64_t>::max() / 10) Raise(errnum::kOverflow);
       scaled *= 10;
     }
-  } else if (shift < -16) {
-    scaled = 0;  // below half a ten-thousandth
   } else {
-    int64_t divisor = 1;
-    for (int k = 0; k < -shift; ++k) divisor *= 10;
-    const int64_t quotient = scaled / divisor;
-    const int64_t rest = scaled % divisor;
-    scaled = quotient;
-    if (rest * 2 > divisor || (rest * 2 == divisor && (quotient & 1))) ++scaled;
+    scaled = shift < -16 ? 0 : detail::DivideRoundHalfEven(scaled, -shift);
   }
   return Currency{value < 0 ? -scaled : scaled};
+}
+
+double Round(double value, int32_t digits) {
+  if (digits < 0) Raise(errnum::kInvalidProcedureCall);
+  if (!std::isfinite(value) || value == 0.0) return value;
+  const detail::DecimalDigits d = detail::SignificantDigits(value);
+  // Digits kept of the 15: those before the decimal point plus `digits` after it.
+  const int64_t kept = int64_t{d.exponent} + 1 + digits;
+  if (kept >= 15) return value;
+  if (kept < 0) return std::copysign(0.0, value);
+  const int64_t rounded = detail::DivideRoundHalfEven(d.digits, static_cast<int>(15 - kept));
+  // rounded * 10^-digits, read back from its decimal text so the result is the nearest double.
+  char buffer[48];
+  auto [end, ec] = std::to_chars(buffer, buffer + 32, rounded);
+  *end++ = 'e';
+  *end++ = '-';
+  end = std::to_chars(end, buffer + sizeof buffer, digits).ptr;
+  double result = 0.0;
+  std::from_chars(buffer, end, result);
+  return value < 0 ? -result : result;
 }
 
 // ---- Tests ----------------------------------------------------------------------------------------

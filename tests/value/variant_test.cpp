@@ -190,6 +190,24 @@ TEST(Variant, CurrencySingleBoolean) {
   EXPECT_EQ(ErrorOf([] { CBool(Null); }), errnum::kInvalidUseOfNull);
 }
 
+TEST(Variant, RoundGoesHalfToEvenOnTheDecimalValue) {
+  EXPECT_EQ(Round(2.5), 2.0);
+  EXPECT_EQ(Round(3.5), 4.0);
+  EXPECT_EQ(Round(-2.5), -2.0);
+  EXPECT_EQ(Round(0.125, 2), 0.12);
+  EXPECT_EQ(Round(0.135, 2), 0.14);
+  EXPECT_EQ(Round(0.285, 2), 0.28);
+  EXPECT_EQ(Round(2.675, 2), 2.68);
+  EXPECT_EQ(Round(1.23456789, 4), 1.2346);
+  EXPECT_EQ(Round(123456.7, 0), 123457.0);
+  EXPECT_EQ(Round(0.0004, 3), 0.0);
+  EXPECT_EQ(Round(0.0006, 3), 0.001);
+  EXPECT_EQ(Round(1e20, 2), 1e20);
+  EXPECT_EQ(Round(1.0 / 3.0, 20), 1.0 / 3.0);
+  EXPECT_TRUE(std::isnan(Round(std::nan(""), 2)));
+  EXPECT_EQ(ErrorOf([] { Round(1.5, -1); }), errnum::kInvalidProcedureCall);
+}
+
 TEST(Variant, ValReadsTheLeadingNumber) {
   LocaleScope scope(Locale::German());  // Val ignores the locale
   EXPECT_EQ(Val("    1615 198th Street N.E."), 1615198.0);
