@@ -34,7 +34,10 @@ bool RecordMatches(const clsOfflineRecordset::RecordCollectionType& records, int
   if (!record) offline_internal::RaiseObjectNotSet(source);
   const clsOfflineField* field = record->FieldAt(field_id);
   if (field == nullptr) offline_internal::RaiseObjectNotSet(source);
-  return CompareValues(field->Value(), compare_value, op);
+  // What Value() returns, without copying the stored value.
+  static const Variant kEmptyText{std::string()};
+  const Variant& value = field->varValue.IsNull() ? kEmptyText : field->varValue;
+  return CompareValues(value, compare_value, op);
 }
 
 }  // namespace
@@ -78,7 +81,8 @@ Variant clsOfflineRecordset::DeleteOutfilteredRecords(int32_t lngFilterFieldID, 
   int32_t removed = 0;
   std::exception_ptr failure;
   try {
-    doomed.assign(static_cast<size_t>(record_count_), false);
+    // A count above the collection fails on its first test, before anything is marked.
+    doomed.assign(std::min(static_cast<size_t>(record_count_), records_->Items().size()), false);
     for (int32_t i = record_count_; i >= 1; --i) {
       if (RecordMatches(*records_, i, lngFilterFieldID, strOperator, varCompareValue, kSource)) {
         doomed[static_cast<size_t>(i - 1)] = true;

@@ -254,9 +254,12 @@ TEST(OfflineRecordset, DeleteOutfilteredRecordsStopsLikeTheBackwardWalkOnError) 
   EXPECT_EQ(rs->RecordCount(), 2);
 
   // A count above the collection fails at once, on the missing last record.
-  rs->SetRecordCount(3);
-  EXPECT_EQ(ErrorNumberOf([&] { rs->DeleteOutfilteredRecords(1, "=", "a"); }), 9);
-  EXPECT_EQ(rs->RecordCollection()->Count(), 2);
+  for (int32_t count : {3, INT32_MAX}) {
+    rs->SetRecordCount(count);
+    EXPECT_EQ(ErrorNumberOf([&] { rs->DeleteOutfilteredRecords(1, "=", "a"); }), 9);
+    EXPECT_EQ(rs->RecordCollection()->Count(), 2);
+    EXPECT_EQ(rs->RecordCount(), count);
+  }
 }
 
 TEST(OfflineRecordset, DeleteOutfilteredRecordsHandlesLargeTables) {
