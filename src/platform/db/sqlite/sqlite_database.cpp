@@ -61,6 +61,7 @@ class SqliteQueryDef : public QueryDef {
       try {
         conn_->Exec("DROP VIEW " + Quote(schema_) + "." + Quote(name_));
         conn_->Exec(create + Quote(name_) + " AS " + body);
+        conn_->Prepare("SELECT * FROM " + Quote(schema_) + "." + Quote(name_));
       } catch (...) {
         try {
           conn_->Exec("ROLLBACK TO quorbex_query; RELEASE quorbex_query");
@@ -202,8 +203,22 @@ class SqliteDatabase : public Database {
     if (!ViewSchema(*conn_, Name).empty() || TableOrViewExists(*conn_, Name)) {
       Raise(ErrorKind::AlreadyExists, "Object '" + Name + "' already exists.");
     }
-    conn_->Exec((temporary ? "CREATE TEMP VIEW \"temp\"." : "CREATE VIEW \"main\".") + Quote(Name) + " AS " + body);
-    return std::make_shared<SqliteQueryDef>(conn_, Name, temporary ? "temp" : "main", SQLText);
+    std::string schema = temporary ? "temp" : "main";
+    // SQLite checks a view's names only when it is used: prepare it once so that a query naming a
+    // missing table or column is refused now, as the classic engine does.
+    conn_->Exec("SAVEPOINT quorbex_query");
+    try {
+      conn_->Exec((temporary ? "CREATE TEMP VIEW \"temp\"." : "CREATE VIEW \"main\".") + Quote(Name) + " AS " + body);
+      conn_->Prepare("SELECT * FROM " + Quote(schema) + "." + Quote(Name));
+    } catch (...) {
+      try {
+        conn_->Exec("ROLLBACK TO quorbex_query; RELEASE quorbex_query");
+      } catch (...) {
+      }
+      throw;
+    }
+    conn_->Exec("RELEASE quorbex_query");
+    return std::make_shared<SqliteQueryDef>(conn_, Name, schema, SQLText);
   }
 
   std::shared_ptr<db::QueryDefs> QueryDefs() override { return std::make_shared<SqliteQueryDefs>(conn_); }

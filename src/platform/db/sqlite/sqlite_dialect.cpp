@@ -115,10 +115,11 @@ std::string ViewBody(std::string_view sql) {
 
 bool IsBareName(std::string_view text) {
   if (text.empty()) return false;
-  if ((text.front() == '[' && text.back() == ']') || (text.front() == '"' && text.back() == '"')) {
-    if (text.size() < 3) return false;
-    std::string_view inner = text.substr(1, text.size() - 2);
-    return inner.find_first_of("[]\"") == std::string_view::npos;
+  if (text.size() >= 3 && text.front() == '[' && text.back() == ']') {
+    return text.substr(1, text.size() - 2).find(']') == std::string_view::npos;
+  }
+  if (text.size() >= 3 && text.front() == '"' && text.back() == '"') {
+    return text.substr(1, text.size() - 2).find('"') == std::string_view::npos;
   }
   for (char c : text) {
     if (!IsWordChar(c)) return false;
