@@ -31,6 +31,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -77,13 +78,54 @@ class Formula : public Object {
   // One entry of the parts list. The content is either a text (a view into the formula text the
   // part was cut from, or a constant) or, after a reduction, a number: the evaluator keeps the
   // double itself instead of writing it out and reading it back, which yields the same value.
+  // Trivial on purpose, so that the inline storage below costs nothing until it is used.
   struct Part {
     std::string_view text;
-    double number = 0.0;
-    int16_t prio = 0;
-    PartType type = PartType::kNone;
-    bool is_number = false;
+    double number;
+    int16_t prio;
+    PartType type;
+    bool is_number;
     bool IsEmpty() const noexcept { return !is_number && text.empty(); }
+  };
+
+  // The parts list: a vector that keeps its first entries inside the object, because a formula of a
+  // field calculation has a handful of parts and one object is made per record.
+  class PartList {
+   public:
+    PartList() = default;
+    PartList(const PartList&) = delete;
+    PartList& operator=(const PartList&) = delete;
+    size_t size() const noexcept { return size_; }
+    bool empty() const noexcept { return size_ == 0; }
+    Part& operator[](size_t i) noexcept { return data_[i]; }
+    const Part& operator[](size_t i) const noexcept { return data_[i]; }
+    Part* begin() noexcept { return data_; }
+    Part* end() noexcept { return data_ + size_; }
+    const Part* begin() const noexcept { return data_; }
+    const Part* end() const noexcept { return data_ + size_; }
+    Part& emplace_back();
+    void erase(size_t index) noexcept;
+    void clear() noexcept { size_ = 0; }
+    // Removes the parts for which `remove` holds, keeping the order; returns how many went.
+    template <class Pred>
+    size_t erase_if(Pred remove) noexcept {
+      size_t out = 0;
+      while (out < size_ && !remove(data_[out])) ++out;
+      for (size_t i = out; i < size_; ++i) {
+        if (!remove(data_[i])) data_[out++] = data_[i];
+      }
+      const size_t removed = size_ - out;
+      size_ = out;
+      return removed;
+    }
+
+   private:
+    static constexpr size_t kInline = 16;
+    Part inline_[kInline];
+    std::unique_ptr<Part[]> heap_;
+    Part* data_ = inline_;
+    size_t size_ = 0;
+    size_t capacity_ = kInline;
   };
 
   void MarkTokens();
@@ -109,7 +151,7 @@ class Formula : public Object {
   mutable bool marked_pending_ = false;
   std::string source_;                       // the text the current parts were cut from
   std::vector<std::string> retired_sources_;  // older texts that leftover parts still point into
-  std::vector<Part> parts_;
+  PartList parts_;
   std::string error_info_;
   int32_t ignored_errors_ = 0;
   bool has_errors_ = false;

@@ -178,6 +178,24 @@ double ApplyFunction(std::string_view name, double x) {
 Formula::Formula() = default;
 Formula::~Formula() = default;
 
+Formula::Part& Formula::PartList::emplace_back() {
+  if (size_ == capacity_) {
+    auto grown = std::make_unique<Part[]>(capacity_ * 2);
+    std::copy(data_, data_ + size_, grown.get());
+    heap_ = std::move(grown);
+    data_ = heap_.get();
+    capacity_ *= 2;
+  }
+  Part& part = data_[size_++];
+  part = Part{};
+  return part;
+}
+
+void Formula::PartList::erase(size_t index) noexcept {
+  std::copy(data_ + index + 1, data_ + size_, data_ + index);
+  --size_;
+}
+
 const std::string& Formula::FormulaString() const {
   if (marked_pending_) {
     text_ = MarkText(source_);
@@ -255,7 +273,6 @@ void Formula::BuildParts(std::string_view source) {
   int32_t counter = 0;
   int32_t level = 0;
   int32_t base = 0;
-  parts_.reserve(parts_.size() + source.size() / 2 + 2);
   ForEachPiece(source, [&](std::string_view token) {
     if (++counter > std::numeric_limits<int16_t>::max()) {
       Stop("Overflow: the formula has more than 32767 parts");
@@ -468,8 +485,8 @@ bool Formula::RemoveBrackets() {
       open = m - 1;
     }
     if (open != m) {
-      parts_.erase(parts_.begin() + static_cast<std::ptrdiff_t>(m));
-      parts_.erase(parts_.begin() + static_cast<std::ptrdiff_t>(open));
+      parts_.erase(m);
+      parts_.erase(open);
       // The parts before `open` are unchanged; go on from there.
       scan = open;
       opens_seen = 0;
@@ -481,7 +498,7 @@ bool Formula::RemoveBrackets() {
     }
     if (opens_seen == 0) {
       // A closing bracket with no opening one before it.
-      parts_.erase(parts_.begin() + static_cast<std::ptrdiff_t>(m));
+      parts_.erase(m);
       CountIgnoredError();
       return true;
     }
@@ -491,7 +508,7 @@ bool Formula::RemoveBrackets() {
   for (size_t i = 0; i < parts_.size();) {
     if (parts_[i].type == PartType::kOpen) {
       CountIgnoredError();
-      parts_.erase(parts_.begin() + static_cast<std::ptrdiff_t>(i));
+      parts_.erase(i);
       changed = true;
     } else {
       ++i;
@@ -501,9 +518,7 @@ bool Formula::RemoveBrackets() {
 }
 
 bool Formula::RemoveEmptyParts() {
-  const size_t before = parts_.size();
-  std::erase_if(parts_, [](const Part& p) { return p.IsEmpty(); });
-  return parts_.size() != before;
+  return parts_.erase_if([](const Part& p) { return p.IsEmpty(); }) != 0;
 }
 
 void Formula::SkipOperatorWaits(size_t k) {
@@ -530,29 +545,56 @@ double Formula::PartValue(const Part& part) const {
 double Formula::PartValue(std::string_view text, char decimal, char thousands) {
   if (text.empty()) return 0.0;
   // Fast path for plain numbers (digits and at most one decimal separator), which any reading with
-  // the locale's conventions gives the same value.
-  if (decimal != '\0' && text.size() < 64) {
-    std::array<char, 64> buf{};
-    bool plain = true;
-    bool digits = false;
+  // the locale's conventions gives the same value. Up to 15 digits the value is the digits as an
+  // integer divided by a power of ten, which one IEEE division rounds correctly.
+  if (decimal != '\0') {
+    uint64_t mantissa = 0;
+    int digits = 0;
+    int fraction_digits = 0;
     bool separator = false;
-    for (size_t i = 0; i < text.size(); ++i) {
-      const char c = text[i];
+    bool plain = true;
+    for (const char c : text) {
       if (IsDigit(c)) {
-        digits = true;
-        buf[i] = c;
+        mantissa = mantissa * 10 + static_cast<uint64_t>(c - '0');
+        ++digits;
+        fraction_digits += separator ? 1 : 0;
+        if (digits > 15) {
+          plain = false;
+          break;
+        }
       } else if (c == decimal && c != thousands && !separator) {
         separator = true;
-        buf[i] = '.';
       } else {
         plain = false;
         break;
       }
     }
-    if (plain && digits) {
+    if (plain && digits > 0) {
+      static constexpr double kPowers[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                           1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+      return static_cast<double>(mantissa) / kPowers[fraction_digits];
+    }
+    if (digits > 15 && text.size() < 64) {
+      // Long digit strings: the library's own exact reading.
+      std::array<char, 64> buf{};
+      bool ok = true;
+      bool seen = false;
+      for (size_t i = 0; i < text.size() && ok; ++i) {
+        const char c = text[i];
+        if (IsDigit(c)) {
+          buf[i] = c;
+        } else if (c == decimal && c != thousands && !seen) {
+          seen = true;
+          buf[i] = '.';
+        } else {
+          ok = false;
+        }
+      }
       double value = 0.0;
-      auto res = std::from_chars(buf.data(), buf.data() + text.size(), value);
-      if (res.ec == std::errc() && res.ptr == buf.data() + text.size() && std::isfinite(value)) return value;
+      if (ok) {
+        auto res = std::from_chars(buf.data(), buf.data() + text.size(), value);
+        if (res.ec == std::errc() && res.ptr == buf.data() + text.size() && std::isfinite(value)) return value;
+      }
     }
   }
   double value = 0.0;

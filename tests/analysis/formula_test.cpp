@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <stdexcept>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -41,12 +42,11 @@ class FormulaTestPeer {
     for (const auto& [content, type, prio] : rows) f.source_ += content;
     size_t offset = 0;
     for (const auto& [content, type, prio] : rows) {
-      Formula::Part part;
+      Formula::Part& part = f.parts_.emplace_back();
       part.text = std::string_view(f.source_).substr(offset, content.size());
       offset += content.size();
       part.type = TypeOf(type);
       part.prio = static_cast<int16_t>(prio);
-      f.parts_.push_back(part);
     }
     f.simple_locale_ = true;
     f.decimal_ = '.';
@@ -63,7 +63,10 @@ class FormulaTestPeer {
     return "";
   }
 
-  static double Value(const Formula& f, size_t index) { return f.PartValue(f.parts_.at(index - 1)); }
+  static double Value(const Formula& f, size_t index) {
+    if (index == 0 || index > f.parts_.size()) throw std::out_of_range("no such part");
+    return f.PartValue(f.parts_[index - 1]);
+  }
   static bool RemoveBrackets(Formula& f) { return f.RemoveBrackets(); }
   static bool RemoveEmptyParts(Formula& f) { return f.RemoveEmptyParts(); }
   static size_t FindTopPart(const Formula& f) { return f.FindTopPart(); }
