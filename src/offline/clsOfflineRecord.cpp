@@ -17,9 +17,13 @@ Variant clsOfflineRecord::Add(int32_t intNumberOfFields) {
   auto& items = fields_.Items();
   try {
     // Room first, so that a failure leaves the record as it was. A record usually gets all its fields
-    // in one call (exact size); one field at a time grows geometrically.
+    // in one call, which is sized exactly. One that starts with a single field is being built column by
+    // column: it starts with room for four and then doubles, which spares the heap the small vectors
+    // it would otherwise leave behind at every step.
     if (items.capacity() - items.size() < count) {
-      items.reserve(items.empty() ? count : std::max(items.size() + count, items.size() * 2));
+      size_t room = std::max(items.size() + count, items.size() * 2);
+      if (items.empty()) room = count == 1 ? 4 : count;
+      items.reserve(room);
     }
     if (count == 1) {
       items.push_back(std::make_shared<clsOfflineField>());
