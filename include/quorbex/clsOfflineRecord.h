@@ -34,7 +34,6 @@ class clsOfflineRecord : public Object, public std::enable_shared_from_this<clsO
   int32_t field_counter_ = 0;
 
  public:
-
   clsOfflineRecord() = default;
   clsOfflineRecord(const clsOfflineRecord&) = delete;
   clsOfflineRecord& operator=(const clsOfflineRecord&) = delete;
