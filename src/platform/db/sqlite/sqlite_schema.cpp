@@ -74,11 +74,10 @@ class TableFields : public db::Fields {
     if (state_->exists) {
       const Connection& conn = *state_->conn;
       conn.Exec("ALTER TABLE " + Quote(state_->name) + " ADD COLUMN " + ColumnDefinition(column->Spec(), false));
-      column->Attach(state_, true);
+      column->AttachColumn(state_);
       snapshot_.push_back(column);
     } else {
       ColumnDefinition(column->Spec(), true);  // refuses an unknown type now rather than at Append of the table
-      column->Attach(state_, false);
       state_->pending_fields.push_back(column);
     }
   }
@@ -116,7 +115,7 @@ class TableFields : public db::Fields {
       spec.required = sqlite3_column_int(stmt.get(), 2) != 0 || sql.find(RequiredRule(spec.name)) != std::string::npos;
       spec.allow_zero_length = sql.find(NonEmptyRule(spec.name)) == std::string::npos;
       auto field = std::make_shared<ColumnField>(spec);
-      field->Attach(state_, true);
+      field->AttachColumn(state_);
       if (sqlite3_column_int(stmt.get(), 3) > 0) {
         ++pk_columns;
         pk_column = field;
@@ -260,9 +259,9 @@ class TableIndexes : public db::Indexes {
 
 // ---- ColumnField ---------------------------------------------------------------------------------
 
-void ColumnField::Attach(std::shared_ptr<TableState> table, bool in_database) {
+void ColumnField::AttachColumn(std::shared_ptr<TableState> table) {
   table_ = std::move(table);
-  in_database_ = in_database;
+  in_database_ = true;
 }
 
 void ColumnField::CheckChangeable() const {
@@ -514,7 +513,7 @@ void SqliteTableDefs::Append(std::shared_ptr<TableDef> table) {
     }
   });
   state->exists = true;
-  for (auto& f : state->pending_fields) f->MarkInDatabase();
+  for (auto& f : state->pending_fields) f->AttachColumn(state);
   for (auto& index : state->pending_indexes) index->MarkInDatabase();
   state->pending_fields.clear();
   state->pending_indexes.clear();

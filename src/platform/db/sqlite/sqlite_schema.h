@@ -47,10 +47,10 @@ class ColumnField : public Field {
   void Required(bool bolRequired) override;
 
   const ColumnSpec& Spec() const { return spec_; }
-  // Ties the field to its table; `in_database` once the column exists.
-  void Attach(std::shared_ptr<TableState> table, bool in_database);
+  // Ties the field to the table that holds its column. A field that only waits in a new table
+  // definition is not tied: the definition holds it, and a reference back would keep both alive.
+  void AttachColumn(std::shared_ptr<TableState> table);
   bool InDatabase() const { return in_database_; }
-  void MarkInDatabase() { in_database_ = true; }
   // Set when read from the schema: an INTEGER PRIMARY KEY counts as auto-increment.
   void SetAutoIncrement() { spec_.attributes |= dbAutoIncrField; }
 
