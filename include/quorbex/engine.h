@@ -174,7 +174,7 @@ class TableDefs {
   virtual std::shared_ptr<TableDef> Item(std::string_view name) const = 0;  // raises ItemNotFound
   // Creates the table described by a TableDef from Database::CreateTableDef (with at least one field;
   // otherwise InvalidOperation "No field defined--cannot append TableDef or Index."), with its
-  // indexes. A name already in use raises General with the engine's text.
+  // indexes, all or nothing. A name already in use raises AlreadyExists with the engine's text.
   virtual void Append(std::shared_ptr<TableDef> table) = 0;
   // Drops the table; raises ItemNotFound when there is none.
   virtual void Delete(std::string_view name) = 0;
@@ -219,7 +219,8 @@ class Field : public Object {
   // takes the name. Recordset fields raise InvalidOperation.
   virtual void Name(const std::string& strName);
   // The type code (DataTypeEnum). A recordset column without a declared type (an expression) reports
-  // the code of its first row's value: 4 for integers, 7 for reals, 10 for texts, 11 for binary data.
+  // the code of its first non-Null value: 4 for integers, 7 for reals, 10 for texts, 11 for binary data
+  // (10 while there is none). A table column declared without a type reports 0.
   virtual int32_t Type() const = 0;
   // Before the field is appended only; otherwise InvalidOperation.
   virtual void Type(int32_t lngType);
@@ -396,14 +397,17 @@ class Database : public Object {
 
   // Opens a recordset on a SQL text or on the name of a table or stored query. Type: dbOpenDynaset
   // (updatable where possible) or dbOpenSnapshot / dbOpenForwardOnly (read-only); Options: dbReadOnly
-  // also makes it read-only. Raises Syntax / NoSuchObject / Busy with the engine's text.
+  // also makes it read-only. Raises Syntax / NoSuchObject / Busy with the engine's text, Syntax for
+  // text after the first statement, and InvalidOperation for a statement that changes data (a
+  // recordset only reads).
   virtual std::shared_ptr<Recordset> OpenRecordset(const std::string& Name, int32_t Type = dbOpenDynaset,
                                                    int32_t Options = 0) = 0;
 
-  // A query definition. With a name: a stored query (a view) created at once (raises when the name is
-  // taken or the SQL is not a query); with `temporary`, the view lives only as long as this connection,
-  // so a crash cannot leave it behind. Without a name: a query that is never stored, only held by the
-  // returned object.
+  // A query definition. With a name: a stored query (a view) created at once; raises AlreadyExists when
+  // a table or query has the name, and the engine's error when the SQL is not a query or names a
+  // missing table or column. With `temporary`, the view lives only as long as this connection, so a
+  // crash cannot leave it behind. Without a name: a query that is never stored, only held by the
+  // returned object (its SQL may also be an action statement for Execute).
   virtual std::shared_ptr<QueryDef> CreateQueryDef(const std::string& Name = "", const std::string& SQLText = "",
                                                    bool temporary = false) = 0;
   virtual std::shared_ptr<db::QueryDefs> QueryDefs() = 0;
@@ -435,9 +439,9 @@ class DBEngine : public Object {
 
   // Opens an existing database. The backend is chosen by the file's first bytes: "SQLite format 3"
   // opens SQLite; a Jet/ACE file ("Standard Jet DB" / "Standard ACE DB" at offset 4) raises NotSupported
-  // ("Jet/Access database files are not supported yet: '<path>'"). A missing file raises FileNotFound
-  // ("Could not find file '<path>'."); anything else NotADatabase ("Unrecognized database format
-  // '<path>'."). Exclusive keeps the file locked against other connections while open; ReadOnly opens it
+  // ("Jet/Access database files are not supported yet: '<path>'."). A missing file raises FileNotFound
+  // ("Could not find file '<path>'."); a folder, an empty file or anything else NotADatabase
+  // ("Unrecognized database format '<path>'."); a damaged SQLite file NotADatabase as well. Exclusive keeps the file locked against other connections while open; ReadOnly opens it
   // for reading only. Connect is kept for server backends.
   virtual std::shared_ptr<Database> OpenDatabase(const std::string& Name, bool Exclusive = false,
                                                  bool ReadOnly = false, const std::string& Connect = "");

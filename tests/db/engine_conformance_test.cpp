@@ -180,6 +180,7 @@ TEST_P(EngineConformance, UpdatableOnlyWithOneTableAndItsKey) {
   EXPECT_TRUE(updatable("SELECT * FROM people"));
   EXPECT_TRUE(updatable("SELECT name, id FROM people WHERE city = 'Wien' ORDER BY name"));
   EXPECT_TRUE(updatable("people"));
+  EXPECT_TRUE(updatable("SELECT * FROM (SELECT * FROM people ORDER BY id) AS q WHERE id = 2"));
   EXPECT_FALSE(updatable("SELECT name, city FROM people"));  // the key is missing
   EXPECT_FALSE(updatable("SELECT p.id, p.name, o.amount FROM people p JOIN orders o ON o.person = p.id"));
   EXPECT_FALSE(updatable("SELECT id, name || '!' AS shout FROM people"));
@@ -325,7 +326,7 @@ TEST_P(EngineConformance, CursorMovesAndCountsLikeTheClassicEngine) {
   EXPECT_EQ(ErrorOf([&] { empty->Fields("name")->Value(); }).Kind(), ErrorKind::NoCurrentRecord);
   EXPECT_EQ(empty->Fields()->Count(), 3);  // the columns are known without rows
 
-  auto rs = db->OpenRecordset("SELECT * FROM people ORDER BY id");
+  auto rs = db->OpenRecordset("SELECT * FROM people ORDER BY id;  ");  // a closing semicolon is fine
   EXPECT_GE(rs->RecordCount(), 1);
   EXPECT_FALSE(rs->BOF());
   rs->MoveLast();

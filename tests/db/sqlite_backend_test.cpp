@@ -82,6 +82,11 @@ TEST_F(SqliteBackend, ValuesAreStoredInPlainSqlForms) {
   EXPECT_TRUE(rs->Fields("d")->Value().SameAs(Variant(MakeDate({1850, 7, 1, 6, 0, 0}))));
   EXPECT_TRUE(rs->Fields("c")->Value().SameAs(Variant(Currency{-12345})));
   EXPECT_TRUE(rs->Fields("g")->Value().SameAs(Variant("12345678901234567890123456789012")));
+  // Texts go through as bytes, broken UTF-8 included.
+  rs->AddNew();
+  rs->Fields("g")->Value(std::string("\xff\xfe ok \xc3"));
+  rs->Update();
+  EXPECT_TRUE(rs->Fields("g")->Value().SameAs(Variant(std::string("\xff\xfe ok \xc3"))));
   // An expression has no declared type: its values come as stored, its type from the first value.
   EXPECT_EQ(raw->Fields(1)->Type(), dbText);
   EXPECT_EQ(raw->Fields(3)->Type(), dbLong);
