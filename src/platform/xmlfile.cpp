@@ -479,10 +479,18 @@ bool IsMarked(const pugi::xml_attribute& attribute) {
   return value == "1" || value == "True" || value == "true";
 }
 
+// At most `limit` bytes of `text` for a message, never ending inside a UTF-8 sequence.
+std::string Shortened(std::string_view text, size_t limit = 64) {
+  if (text.size() <= limit) return std::string(text);
+  size_t end = limit;
+  while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
+  return std::string(text.substr(0, end)) + "...";
+}
+
 // One <Field>: its value, read as its kind.
 Variant ReadValue(std::string_view kind, std::string_view text, bool escaped, const std::string& where) {
   const auto bad = [&](const char* kind_name) {
-    return ReadFailure{where + ": \"" + std::string(text.substr(0, 64)) + "\" is not a valid " + kind_name + " value"};
+    return ReadFailure{where + ": \"" + Shortened(text) + "\" is not a valid " + kind_name + " value"};
   };
   if (kind == "String") {
     if (!escaped) return Variant(std::string(text));
@@ -532,7 +540,7 @@ Variant ReadValue(std::string_view kind, std::string_view text, bool escaped, co
     if (!v) throw bad("Currency");
     return Variant(*v);
   }
-  throw ReadFailure{where + ": unknown kind \"" + std::string(kind.substr(0, 64)) + "\""};
+  throw ReadFailure{where + ": unknown kind \"" + Shortened(kind) + "\""};
 }
 
 }  // namespace
@@ -773,7 +781,7 @@ void XmlDataFile::ReadXML() {
           else if (std::strcmp(an, "status") == 0) marks.status_set = true, marks.status = IsMarked(a);
         }
         const auto where = [&]() {
-          return "record " + std::to_string(r) + ", field " + std::to_string(f) + " (\"" + std::string(name) + "\")";
+          return "record " + std::to_string(r) + ", field " + std::to_string(f) + " (\"" + Shortened(name) + "\")";
         };
         if (!has_kind) throw ReadFailure{where() + ": the field has no kind"};
         int32_t type = 0;
