@@ -16,6 +16,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -54,8 +55,58 @@ class clsOfflineRecordset : public Object {
   std::shared_ptr<RecordCollectionType> RecordCollection() const noexcept;
 
   // ---- Sorting --------------------------------------------------------------------------------------
-  // RecordsetSort and RecordsetInnerSort are declared here, in this place of the interface order, when
-  // sorting lands.
+  // Orders records 1 to RecordCount inside each run of equal values of column `lngFieldColSortedLast`
+  // (the records are expected to be sorted by it already) by column `lngFieldColToSort`. Both columns
+  // are compared in the text order of RecordsetSort; a run is a stretch of neighbours whose first-column
+  // sort keys are equal, and inside a run equal second keys keep their order. The direction is settled
+  // as in RecordsetSort (the caller's variables change). A column below 1 does nothing. A record with
+  // fewer fields than a column changes nothing and appends "Sortrecordset: FieldColumn Index is higher
+  // than fieldcount!" followed by that column to the thread's error text. Returns Empty; raises only
+  // AutomationError 7 "Out of memory", before anything moved.
+  Variant RecordsetInnerSort(ByRef<int32_t> lngFieldColSortedLast, ByRef<int32_t> lngFieldColToSort,
+                             ByRef<bool> bolAsc, ByRef<bool> bolDesc);
+
+  // Sorts records 1 to RecordCount in place by column `lngFieldColumn` (records beyond the count stay).
+  // Direction: both `bolAsc` and `bolDesc` True clears `bolDesc`, both False sets `bolAsc` (the
+  // caller's variables change); a column below 1 then returns at once. The order is exactly the one a
+  // repeated exchange of out-of-order neighbours yields, computed in O(n log n):
+  //   - text order: the keys are SortKeyText of each field's Anything as text (lower case, ä ö ü as
+  //     "ue"), compared by character codes; equal keys keep their order;
+  //   - number order (`bolNumberOnly`): a record whose Value is not numeric holds its place and nothing
+  //     passes it; the numeric records between two such records are ordered by Val of their Value,
+  //     equal numbers keeping their order.
+  // When one of the records has fewer fields than `lngFieldColumn` (or is missing), the exchange sort
+  // meets it during its first pass, as the right-hand neighbour of the record before it. So only the
+  // part of that pass in front of the first short record is made (the pairs 1-2, 2-3, ... up to the
+  // pair that ends just before it, each compared and exchanged once, in turn; in text order the
+  // greatest of them ends up right before the short record), and then "Sortrecordset: FieldColumn
+  // Index is higher than fieldcount!" followed by the column is appended to the thread's error text.
+  // A single record is never compared and so never reported.
+  // With `WithProgressBar` the sort shows its progress with the text "Sortiere..." (see SortProgress)
+  // and takes the display away at the end. Returns Empty; raises only AutomationError 7 "Out of
+  // memory", before anything moved.
+  Variant RecordsetSort(ByRef<int32_t> lngFieldColumn, ByRef<bool> bolAsc = false, ByRef<bool> bolDesc = false,
+                        ByRef<bool> bolNumberOnly = false, ByRef<bool> WithProgressBar = false);
+
+  // The progress display of a sort with WithProgressBar. A sort opens one display through the installed
+  // maker, reports at most about a hundred steps on it, and unloads it when it ends, whichever way.
+  // A host's display may let its user interface process pending events in SetProgress. Calls arrive on
+  // the sorting thread; implementations must not throw.
+  class SortProgress {
+   public:
+    virtual ~SortProgress() = default;
+    // Shows step `position` of `total` (1 <= position <= total) with `description`; the first call
+    // shows the display.
+    virtual void SetProgress(int32_t position, int32_t total, const std::string& description) = 0;
+    // Takes the display away.
+    virtual void Unload() = 0;
+  };
+  using SortProgressMaker = std::function<std::unique_ptr<SortProgress>()>;
+  // Installs, process-wide, the maker of the display every sort with WithProgressBar uses from now on,
+  // and returns the previous one. An empty maker restores the default, which draws the bar, the
+  // description and the percentage of the progress window through the installed progress renderer
+  // (frmProgress::InstallRenderer): a line on a terminal's stderr, nothing otherwise.
+  static SortProgressMaker InstallSortProgress(SortProgressMaker maker);
   // ----------------------------------------------------------------------------------------------------
 
   // Removes every record among 1 to RecordCount whose field `lngFilterFieldID` satisfies

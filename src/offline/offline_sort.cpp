@@ -1,0 +1,429 @@
+// Sorting of the offline recordset: RecordsetSort and RecordsetInnerSort.
+//
+// The order is defined by a repeated exchange of out-of-order neighbours, which is stable and, in
+// number order, never moves a record whose value is not numeric. Such a sort ends in a unique state:
+// every stretch between two non-numeric records (the whole table in text order) stably sorted by its
+// keys. We compute that state directly: each key once, then std::stable_sort per stretch on the
+// precomputed keys, then one permutation of the record pointers. Everything that can fail (the keys,
+// the buffers) happens before the first record moves, so a failure leaves the order as it was.
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <mutex>
+#include <new>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "offline/offline_errors.h"
+#include "platform/progress_renderer.h"
+#include "quorbex/clsOfflineRecordset.h"
+#include "quorbex/frmProgress.h"
+#include "service/modService.h"
+
+namespace quorbex {
+
+namespace {
+
+using RecordList = std::vector<std::shared_ptr<clsOfflineRecord>>;
+
+constexpr const char* kProgressText = "Sortiere...";
+constexpr const char* kShortRecordText = "Sortrecordset: FieldColumn Index is higher than fieldcount!";
+
+// ---- Progress ------------------------------------------------------------------------------------
+
+double RoundHalfEven(double x) noexcept {
+  double r = std::round(x);
+  if (std::fabs(x - std::trunc(x)) == 0.5) r = 2.0 * std::round(x / 2.0);
+  return r;
+}
+
+// The default display: the labels of the progress window, drawn by the installed renderer. The window
+// model itself lives above this module, so its arithmetic (bar width, percentage rounded half to even)
+// is repeated here.
+class RendererDisplay final : public clsOfflineRecordset::SortProgress {
+ public:
+  void SetProgress(int32_t position, int32_t total, const std::string& description) override {
+    if (total < 1) return;
+    if (!renderer_) renderer_ = platform::CurrentProgressRenderer();
+    if (!renderer_) return;
+    frmProgress::Label bar, text, percent;
+    bar.Width = frmProgress::kBarWidth / total * position;
+    text.Caption = description;
+    percent.Caption =
+        std::to_string(static_cast<int64_t>(RoundHalfEven(static_cast<double>(position) / total * 100.0))) + "%";
+    try {
+      renderer_->Draw(bar, text, percent);
+    } catch (...) {
+      // A failing renderer must not stop the sort it reports on.
+    }
+  }
+  void Unload() override {
+    if (!renderer_) return;
+    try {
+      renderer_->Close();
+    } catch (...) {
+    }
+    renderer_.reset();
+  }
+
+ private:
+  std::shared_ptr<platform::ProgressRenderer> renderer_;
+};
+
+std::mutex& MakerMutex() {
+  static std::mutex mutex;
+  return mutex;
+}
+
+clsOfflineRecordset::SortProgressMaker& InstalledMaker() {
+  static clsOfflineRecordset::SortProgressMaker maker;
+  return maker;
+}
+
+// Drives the display of one sort: total steps of work, of which the sort reports how many are done;
+// the display hears of it only when the percentage moves, and is unloaded when the sort ends.
+class Progress {
+ public:
+  Progress(bool wanted, size_t work) : work_(std::max<size_t>(work, 1)) {
+    if (!wanted) return;
+    clsOfflineRecordset::SortProgressMaker maker;
+    {
+      std::lock_guard lock(MakerMutex());
+      maker = InstalledMaker();
+    }
+    try {
+      display_ = maker ? maker() : std::make_unique<RendererDisplay>();
+    } catch (...) {
+      display_.reset();  // no display is no reason not to sort
+    }
+    total_ = static_cast<int32_t>(std::min<size_t>(work_, std::numeric_limits<int32_t>::max()));
+  }
+  ~Progress() {
+    if (!display_) return;
+    try {
+      display_->Unload();
+    } catch (...) {
+    }
+  }
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+
+  // `done` of the work is finished (at least the first step is always shown).
+  void Done(size_t done) {
+    if (!display_) return;
+    done = std::clamp<size_t>(done, 1, work_);
+    const auto position = static_cast<int32_t>(static_cast<double>(done) / static_cast<double>(work_) * total_);
+    const int32_t shown = std::clamp(position, 1, total_);
+    const int64_t percent = static_cast<int64_t>(shown) * 100 / total_;
+    if (percent == last_percent_) return;
+    last_percent_ = percent;
+    try {
+      display_->SetProgress(shown, total_, kProgressText);
+    } catch (...) {
+    }
+  }
+  bool Shown() const noexcept { return display_ != nullptr; }
+
+ private:
+  size_t work_;
+  int32_t total_ = 1;
+  int64_t last_percent_ = -1;
+  std::unique_ptr<clsOfflineRecordset::SortProgress> display_;
+};
+
+// ---- Keys ----------------------------------------------------------------------------------------
+
+bool IsAscii(std::string_view text) noexcept {
+  for (unsigned char c : text) {
+    if (c >= 0x80) return false;
+  }
+  return true;
+}
+
+void AsciiLower(std::string& text) noexcept {
+  for (char& c : text) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + ('a' - 'A'));
+  }
+}
+
+// SortKeyText of the field's Anything as text. Plain ASCII needs nothing but lower-casing (all the
+// replaced letters lie beyond ASCII), which spares the general routine most of the work.
+std::string TextKey(const clsOfflineField& field) {
+  std::string text;
+  if (field.IsStatusSet()) {
+    text = ToText(Variant(field.Status()));
+  } else if (field.varValue.IsString()) {
+    text = field.varValue.AsString();
+  } else if (!field.varValue.IsNull()) {
+    text = ToText(field.varValue);
+  }
+  if (IsAscii(text)) {
+    AsciiLower(text);
+    return text;
+  }
+  return SortKeyText(text);
+}
+
+// The number a record sorts by in number order, or nothing when its Value is not numeric (the record
+// then holds its place). That number is Val of the value's text; for whole numbers whose text is
+// exact, that is the value itself and the text need not be made.
+std::optional<double> NumberKey(const clsOfflineField& field) {
+  const Variant& value = field.varValue;
+  switch (value.Type()) {
+    case VarType::Null:
+      return std::nullopt;  // Value reads "", which is not numeric
+    case VarType::Byte:
+      return value.AsByte();
+    case VarType::Integer:
+      return value.AsInteger();
+    case VarType::Long:
+      return value.AsLong();
+    case VarType::Double: {
+      const double d = value.AsDouble();
+      if (std::fabs(d) < 1e15 && d == std::trunc(d)) return d + 0.0;  // + 0.0: Val reads "0" for -0
+      break;
+    }
+    case VarType::Single: {
+      const double d = value.AsSingle();
+      if (std::fabs(d) < 1e7 && d == std::trunc(d)) return d + 0.0;
+      break;
+    }
+    default:
+      break;
+  }
+  if (!IsNumeric(value)) return std::nullopt;
+  try {
+    return Val(value);
+  } catch (const AutomationError&) {
+    return std::nullopt;  // a value whose text cannot be read holds its place like any non-number
+  }
+}
+
+// ---- Orders --------------------------------------------------------------------------------------
+
+struct TextEntry {
+  std::string key;
+  uint32_t index;
+};
+
+struct NumberEntry {
+  double key;
+  uint32_t index;
+};
+
+template <class Entry>
+void StableSortEntries(typename std::vector<Entry>::iterator first, typename std::vector<Entry>::iterator last,
+                       bool ascending) {
+  if (ascending) {
+    std::stable_sort(first, last, [](const Entry& a, const Entry& b) { return a.key < b.key; });
+  } else {
+    std::stable_sort(first, last, [](const Entry& a, const Entry& b) { return b.key < a.key; });
+  }
+}
+
+// Puts records[order[0]], records[order[1]], ... into positions 0, 1, ... Only the buffer can fail,
+// before anything moved.
+void ApplyOrder(RecordList& records, const std::vector<uint32_t>& order) {
+  RecordList sorted;
+  sorted.reserve(order.size());
+  for (uint32_t from : order) sorted.push_back(std::move(records[from]));
+  std::move(sorted.begin(), sorted.end(), records.begin());
+}
+
+template <class Entry>
+std::vector<uint32_t> OrderOf(const std::vector<Entry>& entries) {
+  std::vector<uint32_t> order;
+  order.reserve(entries.size());
+  for (const Entry& entry : entries) order.push_back(entry.index);
+  return order;
+}
+
+bool OutOfOrder(const std::string& left, const std::string& right, bool ascending) {
+  return ascending ? right < left : left < right;
+}
+
+bool OutOfOrder(double left, double right, bool ascending) { return ascending ? right < left : left < right; }
+
+// The part of the first exchange pass that runs before it meets the short record at `stop`: the
+// neighbours (0,1) ... (stop-2, stop-1) are compared and exchanged in turn.
+void FirstPassBefore(RecordList& records, size_t stop, int32_t column, bool ascending, bool numbers) {
+  if (stop < 2) return;
+  if (numbers) {
+    std::vector<std::optional<double>> keys(stop);
+    for (size_t i = 0; i < stop; ++i) keys[i] = NumberKey(*records[i]->FieldAt(column));
+    for (size_t i = 0; i + 1 < stop; ++i) {
+      if (keys[i] && keys[i + 1] && OutOfOrder(*keys[i], *keys[i + 1], ascending)) {
+        std::swap(keys[i], keys[i + 1]);
+        std::swap(records[i], records[i + 1]);
+      }
+    }
+  } else {
+    std::vector<std::string> keys(stop);
+    for (size_t i = 0; i < stop; ++i) keys[i] = TextKey(*records[i]->FieldAt(column));
+    for (size_t i = 0; i + 1 < stop; ++i) {
+      if (OutOfOrder(keys[i], keys[i + 1], ascending)) {
+        std::swap(keys[i], keys[i + 1]);
+        std::swap(records[i], records[i + 1]);
+      }
+    }
+  }
+}
+
+void SortByText(RecordList& records, size_t count, int32_t column, bool ascending, Progress& progress) {
+  std::vector<TextEntry> entries;
+  entries.reserve(count);
+  const size_t step = std::max<size_t>(count / 100, 1);
+  for (size_t i = 0; i < count; ++i) {
+    entries.push_back({TextKey(*records[i]->FieldAt(column)), static_cast<uint32_t>(i)});
+    if (i % step == 0) progress.Done(i + 1);
+  }
+  progress.Done(count);
+  StableSortEntries<TextEntry>(entries.begin(), entries.end(), ascending);
+  ApplyOrder(records, OrderOf(entries));
+  progress.Done(2 * count);
+}
+
+void SortByNumber(RecordList& records, size_t count, int32_t column, bool ascending, Progress& progress) {
+  // Non-numeric records stay as entries of their own, at their place, and cut the sort into stretches.
+  std::vector<NumberEntry> entries;
+  std::vector<bool> fixed(count, false);
+  entries.reserve(count);
+  const size_t step = std::max<size_t>(count / 100, 1);
+  for (size_t i = 0; i < count; ++i) {
+    const std::optional<double> key = NumberKey(*records[i]->FieldAt(column));
+    fixed[i] = !key;
+    entries.push_back({key.value_or(0.0), static_cast<uint32_t>(i)});
+    if (i % step == 0) progress.Done(i + 1);
+  }
+  progress.Done(count);
+  size_t begin = 0;
+  while (begin < count) {
+    if (fixed[begin]) {
+      ++begin;
+      continue;
+    }
+    size_t end = begin;
+    while (end < count && !fixed[end]) ++end;
+    StableSortEntries<NumberEntry>(entries.begin() + static_cast<std::ptrdiff_t>(begin),
+                                   entries.begin() + static_cast<std::ptrdiff_t>(end), ascending);
+    progress.Done(count + end);
+    begin = end;
+  }
+  ApplyOrder(records, OrderOf(entries));
+  progress.Done(2 * count);
+}
+
+void SettleDirection(bool& ascending, bool& descending) noexcept {
+  if (ascending && descending) descending = false;
+  if (!ascending && !descending) ascending = true;
+}
+
+// The records the sort works on: 1 to RecordCount, as far as the collection holds them.
+size_t CountedRecords(int32_t record_count) noexcept {
+  return record_count > 0 ? static_cast<size_t>(record_count) : 0;
+}
+
+// Whether position `i` (0-based) holds a record with at least `column` fields.
+bool HasColumn(const RecordList& records, size_t i, int32_t column) noexcept {
+  return i < records.size() && records[i] && records[i]->FieldCount() >= column;
+}
+
+}  // namespace
+
+clsOfflineRecordset::SortProgressMaker clsOfflineRecordset::InstallSortProgress(SortProgressMaker maker) {
+  std::lock_guard lock(MakerMutex());
+  return std::exchange(InstalledMaker(), std::move(maker));
+}
+
+Variant clsOfflineRecordset::RecordsetSort(ByRef<int32_t> lngFieldColumn, ByRef<bool> bolAsc, ByRef<bool> bolDesc,
+                                           ByRef<bool> bolNumberOnly, ByRef<bool> WithProgressBar) {
+  SettleDirection(*bolAsc, *bolDesc);
+  const int32_t column = *lngFieldColumn;
+  if (column < 1) return {};
+  const bool ascending = *bolAsc;
+  const bool numbers = *bolNumberOnly;
+  RecordList& records = records_->Items();
+  const size_t count = CountedRecords(record_count_);
+  try {
+    // Work: computing the keys is one half, sorting and placing the records the other.
+    Progress progress(*WithProgressBar, 2 * count);
+    if (count < 2) {
+      progress.Done(2 * count + 1);  // one pass without a single comparison
+      return {};
+    }
+
+    size_t first_short = 0;
+    while (first_short < count && HasColumn(records, first_short, column)) ++first_short;
+    if (first_short < count) {
+      // Every record takes part in the first pass, so the exchange sort always meets the short record
+      // there, after the neighbours before it have been compared: it ends with the error then.
+      progress.Done(1);
+      FirstPassBefore(records, first_short, column, ascending, numbers);
+      AppendErrorStatus(kShortRecordText + std::to_string(column));
+      return {};
+    }
+    if (numbers) {
+      SortByNumber(records, count, column, ascending, progress);
+    } else {
+      SortByText(records, count, column, ascending, progress);
+    }
+  } catch (const std::bad_alloc&) {
+    offline_internal::RaiseOutOfMemory("clsOfflineRecordset.RecordsetSort");
+  } catch (const std::length_error&) {
+    offline_internal::RaiseOutOfMemory("clsOfflineRecordset.RecordsetSort");
+  }
+  return {};
+}
+
+Variant clsOfflineRecordset::RecordsetInnerSort(ByRef<int32_t> lngFieldColSortedLast, ByRef<int32_t> lngFieldColToSort,
+                                                ByRef<bool> bolAsc, ByRef<bool> bolDesc) {
+  SettleDirection(*bolAsc, *bolDesc);
+  const int32_t outer = *lngFieldColSortedLast;
+  const int32_t inner = *lngFieldColToSort;
+  if (outer < 1 || inner < 1) return {};
+  const bool ascending = *bolAsc;
+  RecordList& records = records_->Items();
+  const size_t count = CountedRecords(record_count_);
+  if (count < 2) return {};
+  // Nothing is sorted when a record lacks a column: the runs could not be told apart.
+  for (size_t i = 0; i < count; ++i) {
+    for (int32_t column : {outer, inner}) {
+      if (!HasColumn(records, i, column)) {
+        AppendErrorStatus(kShortRecordText + std::to_string(column));
+        return {};
+      }
+    }
+  }
+  try {
+    std::vector<std::string> runs(count);
+    std::vector<TextEntry> entries;
+    entries.reserve(count);
+    for (size_t i = 0; i < count; ++i) {
+      runs[i] = TextKey(*records[i]->FieldAt(outer));
+      entries.push_back({TextKey(*records[i]->FieldAt(inner)), static_cast<uint32_t>(i)});
+    }
+    size_t begin = 0;
+    while (begin < count) {
+      size_t end = begin + 1;
+      while (end < count && runs[end] == runs[begin]) ++end;
+      if (end - begin > 1) {
+        StableSortEntries<TextEntry>(entries.begin() + static_cast<std::ptrdiff_t>(begin),
+                                     entries.begin() + static_cast<std::ptrdiff_t>(end), ascending);
+      }
+      begin = end;
+    }
+    ApplyOrder(records, OrderOf(entries));
+  } catch (const std::bad_alloc&) {
+    offline_internal::RaiseOutOfMemory("clsOfflineRecordset.RecordsetInnerSort");
+  } catch (const std::length_error&) {
+    offline_internal::RaiseOutOfMemory("clsOfflineRecordset.RecordsetInnerSort");
+  }
+  return {};
+}
+
+}  // namespace quorbex
