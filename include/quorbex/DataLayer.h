@@ -16,6 +16,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "quorbex/byref.h"
 #include "quorbex/clsOfflineField.h"
@@ -213,8 +214,17 @@ class DataLayer : public Object, public std::enable_shared_from_this<DataLayer> 
   // The message routine: a message box, or ErrorStatus when messages are suppressed.
   int32_t Message(const std::string& text, int32_t style, const std::string& title);
   void OpenDatabase(const std::string& path, bool set_bound_flag);
-  // Writes one marked record (insert and/or update); throws on any database failure.
-  void SaveRecord(db::Database& database, const std::string& base_sql, clsOfflineRecord& record);
+  // One session-log entry of a save, and a record written by it: both wait for the commit.
+  struct LogEntry {
+    std::string action, field_name, old_value, new_value;
+  };
+  struct SavedRecord {
+    std::shared_ptr<clsOfflineRecord> record;
+    std::vector<LogEntry> log;
+  };
+  // Writes one marked record (one INSERT or one UPDATE); throws on any database failure.
+  SavedRecord SaveRecord(db::Database& database, const std::string& base_sql,
+                         const std::shared_ptr<clsOfflineRecord>& record);
   void PublishRefreshToken();
   void WriteLog(std::string action, const std::string& query, const std::string& deleted_record,
                 const std::string& field_name, const std::string& old_value, const std::string& new_value);

@@ -402,6 +402,11 @@ class Database : public Object {
   // recordset only reads).
   virtual std::shared_ptr<Recordset> OpenRecordset(const std::string& Name, int32_t Type = dbOpenDynaset,
                                                    int32_t Options = 0) = 0;
+  // Opens a recordset on a SQL text whose "?" placeholders take `Parameters` in order: the values travel
+  // as bound parameters, never as SQL text, and a backend may keep the prepared statement for the next
+  // call with the same text. Backends without parameters raise NotSupported.
+  virtual std::shared_ptr<Recordset> OpenRecordset(const std::string& Name, std::span<const Variant> Parameters,
+                                                   int32_t Type = dbOpenDynaset, int32_t Options = 0);
 
   // A query definition. With a name: a stored query (a view) created at once; raises AlreadyExists when
   // a table or query has the name, and the engine's error when the SQL is not a query or names a

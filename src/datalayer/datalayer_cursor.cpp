@@ -11,6 +11,30 @@ namespace quorbex {
 
 std::string FieldKey(const std::string& name) { return UCase(Trim(name)); }
 
+namespace {
+
+// Whether a field's name matches a lookup key (FieldKey of the name asked for): trimmed and upper-cased
+// it must equal the key. Plain ASCII names, nearly all of them, are compared in place without building
+// the upper-cased copy.
+bool MatchesKey(std::string_view name, const std::string& key) {
+  size_t begin = 0, end = name.size();
+  while (begin < end && name[begin] == ' ') ++begin;
+  while (end > begin && name[end - 1] == ' ') --end;
+  name = name.substr(begin, end - begin);
+  bool ascii = true;
+  for (char c : name) ascii = ascii && static_cast<unsigned char>(c) < 0x80;
+  if (!ascii) return UCase(name) == key;
+  if (name.size() != key.size()) return false;
+  for (size_t i = 0; i < name.size(); ++i) {
+    char c = name[i];
+    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+    if (c != key[i]) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
 int32_t DataLayer::RecordCount() const { return recordset_ ? recordset_->RecordCount() : 0; }
 
 Variant DataLayer::MoveFirst() {
@@ -70,7 +94,7 @@ int32_t DataLayer::FindFieldInCurrentRecord(const std::string& name) const {
   const int32_t count = record->FieldCount();
   for (int32_t i = 1; i <= count; ++i) {
     auto field = record->Fields(i);
-    if (field && FieldKey(field->Description) == key) return i;
+    if (field && MatchesKey(field->Description.view(), key)) return i;
   }
   return 0;
 }

@@ -1,9 +1,8 @@
 // DataLayer: writing the offline records back to the database.
 //
-// Save writes every marked record in one transaction, with a savepoint per record: a record that fails
-// is rolled back to its savepoint and ends the save, the records before it are committed. So what the
-// database holds always matches the change marks: the records written have their marks cleared, the
-// failing one and all later ones keep theirs.
+// Save writes every marked record in one transaction. A record that fails ends the save and the
+// records before it are committed, so what the database holds always matches the change marks: the
+// records written have their marks cleared, the failing one and all later ones keep theirs.
 #include <exception>
 #include <vector>
 
@@ -12,31 +11,23 @@
 #include "quorbex/text.h"
 #include "service/clsLog.h"
 #include "service/modService.h"
-#include "service/open_query.h"
 #include "service/thread_state.h"
 
 namespace quorbex {
 
 namespace {
 
-constexpr const char* kRecordSavepoint = "quorbex_save_record";
 constexpr const char* kRefreshTable = "sys_quorbexdatalayer_refresh";
-
-// One session-log entry, kept until its record is safely written.
-struct LogEntry {
-  std::string action, field_name, old_value, new_value;
-};
-
-// The key of a record as it goes into SQL: a whole number, or a type-mismatch error. Converting first
-// means no text from a record can ever become part of a statement.
-std::string KeyLiteral(const Variant& id) { return std::to_string(CLng(id)); }
 
 // The rows of the loaded query that belong to the record with key `id`. The loaded query's text before
 // a "WHERE ID" clause is wrapped as a subquery, which keeps its column positions; this stands in for a
-// temporary stored query and cannot be left behind in the database.
+// temporary stored query and cannot be left behind in the database. The key travels as a bound
+// parameter, so no text from a record ever becomes part of a statement, and the statement is prepared
+// once for all records of a save.
 std::shared_ptr<db::Recordset> OpenRecordRows(db::Database& database, const std::string& base_sql,
                                               const Variant& id) {
-  return database.OpenRecordset("SELECT * FROM (" + base_sql + ") AS quorbex_q WHERE id = " + KeyLiteral(id));
+  const Variant parameters[] = {id};
+  return database.OpenRecordset("SELECT * FROM (" + base_sql + ") AS quorbex_q WHERE id = ?", parameters);
 }
 
 std::string StripTrailingSemicolon(std::string sql) {
@@ -67,8 +58,11 @@ bool DataLayer::Save() {
   }
 
   const std::string base_sql = StripTrailingSemicolon(CStr(SelectPartBeforeWhereID(sql_)));
-  bool saved_any = false;
+  // Marks are cleared and log entries written only once the transaction is committed, so a commit that
+  // fails leaves every record marked, exactly as the database then holds none of them.
+  std::vector<SavedRecord> saved;
   bool in_transaction = false;
+  std::string failure;
   try {
     database->BeginTrans();
     in_transaction = true;
@@ -77,41 +71,48 @@ bool DataLayer::Save() {
       cursor_ = i;
       auto record = recordset_->Records(i);
       if (!record || !record->HasChanged) continue;
-      database->Savepoint(kRecordSavepoint);
-      try {
-        SaveRecord(*database, base_sql, *record);
-        database->ReleaseSavepoint(kRecordSavepoint);
-        saved_any = true;
-      } catch (...) {
-        database->RollbackToSavepoint(kRecordSavepoint);
-        database->ReleaseSavepoint(kRecordSavepoint);
-        throw;
-      }
+      // Each record is written by one INSERT or one UPDATE, which the database applies whole or not at
+      // all; so a failing record leaves nothing behind without a savepoint of its own.
+      saved.push_back(SaveRecord(*database, base_sql, record));
     }
-    database->CommitTrans();
-    in_transaction = false;
   } catch (const std::exception& e) {
-    // The records before the failing one are kept: commit what the savepoints left.
-    if (in_transaction) {
+    failure = e.what();
+  }
+  // The records before a failing one are kept: commit what was written.
+  if (in_transaction) {
+    try {
+      database->CommitTrans();
+    } catch (const std::exception& e) {
+      if (failure.empty()) failure = e.what();
+      saved.clear();
       try {
-        database->CommitTrans();
+        database->Rollback();
       } catch (...) {
-        try {
-          database->Rollback();
-        } catch (...) {
-        }
       }
     }
-    ErrorStatus(std::string("Save: ") + e.what());
+  }
+  for (auto& entry : saved) {
+    const int32_t fields = entry.record->FieldCount();
+    for (int32_t j = 1; j <= fields; ++j) {
+      if (auto* field = entry.record->FieldAt(j)) field->HasChanged = false;
+    }
+    entry.record->NewlyAdded = false;
+    entry.record->HasChanged = false;
+    for (auto& line : entry.log) WriteLog(line.action, sql_, "", line.field_name, line.old_value, line.new_value);
+  }
+  if (!failure.empty()) {
+    ErrorStatus("Save: " + failure);
     return false;
   }
 
-  if (refresh_timer_active_ && saved_any) PublishRefreshToken();
+  if (refresh_timer_active_ && !saved.empty()) PublishRefreshToken();
   data_changed_ = false;
   return true;
 }
 
-void DataLayer::SaveRecord(db::Database& database, const std::string& base_sql, clsOfflineRecord& record) {
+DataLayer::SavedRecord DataLayer::SaveRecord(db::Database& database, const std::string& base_sql,
+                                             const std::shared_ptr<clsOfflineRecord>& record_ptr) {
+  clsOfflineRecord& record = *record_ptr;
   std::vector<LogEntry> log;
   const int32_t field_count = record.FieldCount();
   std::vector<bool> written(static_cast<size_t>(field_count) + 1, false);
@@ -121,7 +122,7 @@ void DataLayer::SaveRecord(db::Database& database, const std::string& base_sql, 
     auto rows = database.OpenRecordset("SELECT * FROM (" + base_sql + ") AS quorbex_q");
     rows->AddNew();
     for (int32_t j = 1; j <= field_count; ++j) {
-      auto field = record.Fields(j);
+      auto* field = record.FieldAt(j);
       if (field && field->HasChanged) rows->Fields(j - 1)->Value(field->Value());
     }
     rows->Update();
@@ -134,7 +135,7 @@ void DataLayer::SaveRecord(db::Database& database, const std::string& base_sql, 
     SetFieldValue("id", key);
     log.push_back({"NEWRECORD ID=" + key_text, "", "", ""});
     for (int32_t j = 1; j <= field_count; ++j) {
-      auto field = record.Fields(j);
+      auto* field = record.FieldAt(j);
       if (!field || !field->HasChanged) continue;
       if (j - 1 >= rows->Fields()->Count()) continue;
       auto column = rows->Fields(j - 1);
@@ -147,7 +148,7 @@ void DataLayer::SaveRecord(db::Database& database, const std::string& base_sql, 
   // Update: every still-marked field, matched by position in the loaded query.
   bool pending = false;
   for (int32_t j = 1; j <= field_count; ++j) {
-    auto field = record.Fields(j);
+    auto* field = record.FieldAt(j);
     if (field && field->HasChanged && !written[static_cast<size_t>(j)]) pending = true;
   }
   if (pending) {
@@ -155,7 +156,7 @@ void DataLayer::SaveRecord(db::Database& database, const std::string& base_sql, 
     rows->Edit();
     const std::string key_text = NullToText(rows->Fields("ID")->Value());
     for (int32_t j = 1; j <= field_count; ++j) {
-      auto field = record.Fields(j);
+      auto* field = record.FieldAt(j);
       if (!field || !field->HasChanged || written[static_cast<size_t>(j)]) continue;
       auto column = rows->Fields(j - 1);
       log.push_back({"UPDATE ID=" + key_text, column->Name(), NullToText(column->Value()), ToText(field->Value())});
@@ -166,15 +167,7 @@ void DataLayer::SaveRecord(db::Database& database, const std::string& base_sql, 
     rows->Close();
   }
 
-  // The record is in the database (up to the transaction's commit): clear its marks and log it.
-  for (int32_t j = 1; j <= field_count; ++j) {
-    if (auto field = record.Fields(j)) field->HasChanged = false;
-  }
-  record.NewlyAdded = false;
-  record.HasChanged = false;
-  for (auto& entry : log) {
-    WriteLog(entry.action, sql_, "", entry.field_name, entry.old_value, entry.new_value);
-  }
+  return SavedRecord{record_ptr, std::move(log)};
 }
 
 void DataLayer::PublishRefreshToken() {
@@ -252,7 +245,12 @@ bool DataLayer::RemoveRecord(ByRef<bool> bolDeleteAlsoInDB) {
       return false;
     }
     if (*bolDeleteAlsoInDB) {
-      const std::string id = KeyLiteral(FieldValue("id"));
+      auto database = State().current_database;
+      if (!database) {
+        ErrorStatus("RemoveRecord: no database is bound");
+        return false;
+      }
+      const Variant id[] = {Variant(CLng(FieldValue("id")))};
       std::string sql = sql_;
       const int32_t order = InStr(LCase(sql), "order");
       // The cut finds "order" anywhere, also inside a name such as "orders"; kept as clients know it.
@@ -260,13 +258,12 @@ bool DataLayer::RemoveRecord(ByRef<bool> bolDeleteAlsoInDB) {
       std::string suffix;
       if (InStr(LCase(sql), "where") > 1) {
         if (!sql.empty() && sql.back() == ';') sql.pop_back();
-        suffix = " AND id = " + id;
+        suffix = " AND id = ?";
       } else {
-        suffix = " WHERE id = " + id;
+        suffix = " WHERE id = ?";
       }
-      sql = alternative_remove_query_.empty() ? sql + suffix : alternative_remove_query_ + " WHERE id = " + id;
-      auto rows = OpenQueryRecordset(sql);
-      if (!rows) return false;
+      sql = alternative_remove_query_.empty() ? sql + suffix : alternative_remove_query_ + " WHERE id = ?";
+      auto rows = database->OpenRecordset(sql, id);
       rows->Delete();
       rows->Close();
     }

@@ -136,6 +136,10 @@ void DBEngine::BusyTimeout(int32_t lngMilliseconds) { busy_timeout_ms_ = lngMill
 
 // ---- defaults of the base classes ----------------------------------------------------------------
 
+std::shared_ptr<Recordset> Database::OpenRecordset(const std::string&, std::span<const Variant>, int32_t, int32_t) {
+  Raise(ErrorKind::NotSupported, "This database does not take query parameters.");
+}
+
 void Fields::Append(std::shared_ptr<Field>) { Raise(ErrorKind::InvalidOperation, text::kNotForThisObject); }
 void Fields::Delete(std::string_view) { Raise(ErrorKind::InvalidOperation, text::kNotForThisObject); }
 

@@ -42,16 +42,41 @@ sqlite3* Connection::Handle() const {
 
 bool Connection::ReadOnly() const { return sqlite3_db_readonly(Handle(), "main") == 1; }
 
+StmtPool::~StmtPool() {
+  for (auto& [text, idle] : this->idle) sqlite3_finalize(idle.stmt);
+}
+
+void StmtDeleter::operator()(sqlite3_stmt* stmt) const {
+  auto owner = pool.lock();
+  if (owner && !owner->closed && !key.empty() && owner->idle.size() < StmtPool::kLimit) {
+    sqlite3_reset(stmt);
+    sqlite3_clear_bindings(stmt);
+    owner->idle.emplace(key, StmtPool::Idle{stmt, tail_offset});
+    return;
+  }
+  sqlite3_finalize(stmt);
+}
+
 Stmt Connection::Prepare(std::string_view sql, std::string_view* tail) const {
+  sqlite3* handle = Handle();
+  std::string key(sql);
+  if (auto it = pool_->idle.find(key); it != pool_->idle.end()) {
+    StmtPool::Idle idle = it->second;
+    pool_->idle.erase(it);
+    if (tail != nullptr) *tail = sql.substr(idle.tail_offset);
+    return Stmt(idle.stmt, StmtDeleter{pool_, std::move(key), idle.tail_offset});
+  }
   sqlite3_stmt* stmt = nullptr;
   const char* end = nullptr;
-  int rc = sqlite3_prepare_v2(Handle(), sql.data(), static_cast<int>(sql.size()), &stmt, &end);
+  int rc = sqlite3_prepare_v2(handle, sql.data(), static_cast<int>(sql.size()), &stmt, &end);
   if (rc != SQLITE_OK) {
     sqlite3_finalize(stmt);
     Fail(rc);
   }
-  if (tail != nullptr) *tail = sql.substr(static_cast<size_t>(end - sql.data()));
-  return Stmt(stmt);
+  const auto tail_offset = static_cast<size_t>(end - sql.data());
+  if (tail != nullptr) *tail = sql.substr(tail_offset);
+  if (stmt == nullptr) return Stmt(nullptr, StmtDeleter{});
+  return Stmt(stmt, StmtDeleter{pool_, std::move(key), tail_offset});
 }
 
 int Connection::Step(sqlite3_stmt* stmt) const {
@@ -80,6 +105,21 @@ void Connection::Fail(int rc) const {
   RaiseSqlite(rc, db_ != nullptr ? sqlite3_errmsg(db_) : sqlite3_errstr(rc), path_, busy_ms_);
 }
 
+int64_t Connection::SchemaVersion(const std::string& schema) const {
+  Stmt stmt = Prepare("PRAGMA \"" + schema + "\".schema_version");
+  return Step(stmt.get()) == SQLITE_ROW ? sqlite3_column_int64(stmt.get(), 0) : -1;
+}
+
+std::shared_ptr<const void> Connection::Recall(const std::string& key, int64_t version) const {
+  auto it = facts_.find(key);
+  if (it == facts_.end() || it->second.first != version) return nullptr;
+  return it->second.second;
+}
+
+void Connection::Remember(const std::string& key, int64_t version, std::shared_ptr<const void> facts) const {
+  facts_[key] = {version, std::move(facts)};
+}
+
 void Connection::Register(const std::shared_ptr<Closable>& item) {
   // Forget items that ended on their own, so that a long-lived connection does not collect them.
   std::erase_if(items_, [](const std::weak_ptr<Closable>& w) { return w.expired(); });
@@ -93,6 +133,11 @@ void Connection::Close() {
   for (auto& weak : items) {
     if (auto item = weak.lock()) item->CloseFromDatabase();
   }
+  // Idle statements end with the connection; ones still in use are finalized when released (close_v2
+  // keeps the handle alive until then).
+  pool_->closed = true;
+  for (auto& [text, idle] : pool_->idle) sqlite3_finalize(idle.stmt);
+  pool_->idle.clear();
   sqlite3_close_v2(db_);
   db_ = nullptr;
 }

@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "platform/db/types.h"
@@ -17,8 +18,25 @@
 
 namespace quorbex::db::sqlite {
 
+// Prepared statements of one connection that are not in use, by their SQL text. Preparing is most of
+// the cost of a small statement, and writing back runs the same few statements for every record.
+struct StmtPool {
+  struct Idle {
+    sqlite3_stmt* stmt;
+    size_t tail_offset;  // where the text after the statement begins
+  };
+  std::unordered_multimap<std::string, Idle> idle;
+  bool closed = false;
+  static constexpr size_t kLimit = 64;
+  ~StmtPool();
+};
+
+// Ends a statement: back to its pool (reset, bindings cleared) while there is room, else finalized.
 struct StmtDeleter {
-  void operator()(sqlite3_stmt* stmt) const { sqlite3_finalize(stmt); }
+  std::weak_ptr<StmtPool> pool;
+  std::string key;  // the SQL text the statement was prepared from; empty: never pooled
+  size_t tail_offset = 0;
+  void operator()(sqlite3_stmt* stmt) const;
 };
 using Stmt = std::unique_ptr<sqlite3_stmt, StmtDeleter>;
 
@@ -48,8 +66,8 @@ class Connection {
   // True when the main database cannot be written (opened read-only or write-protected).
   bool ReadOnly() const;
 
-  // Prepares one statement (the first of `sql`); raises with the engine's text. `tail` receives the
-  // rest of the text when given.
+  // Prepares one statement (the first of `sql`), or takes an idle one prepared from the same text;
+  // raises with the engine's text. `tail` receives the rest of the text when given.
   Stmt Prepare(std::string_view sql, std::string_view* tail = nullptr) const;
   // Steps once; returns SQLITE_ROW or SQLITE_DONE, raises on anything else (after resetting).
   int Step(sqlite3_stmt* stmt) const;
@@ -57,6 +75,13 @@ class Connection {
   int64_t Exec(std::string_view sql) const;
   // Raises the error the connection reports for `rc`.
   [[noreturn]] void Fail(int rc) const;
+
+  // The schema cookie of `schema` ("main", "temp", ...): it changes with every schema change.
+  int64_t SchemaVersion(const std::string& schema) const;
+  // Facts derived from the schema (a table's key, ...), remembered under a key together with the
+  // schema cookie they were read at; Recall gives them back only while that cookie is current.
+  std::shared_ptr<const void> Recall(const std::string& key, int64_t version) const;
+  void Remember(const std::string& key, int64_t version, std::shared_ptr<const void> facts) const;
 
   void Register(const std::shared_ptr<Closable>& item);
   // Ends every registered item, then the connection.
@@ -67,6 +92,8 @@ class Connection {
   std::string path_;
   int busy_ms_;
   std::vector<std::weak_ptr<Closable>> items_;
+  std::shared_ptr<StmtPool> pool_ = std::make_shared<StmtPool>();
+  mutable std::unordered_map<std::string, std::pair<int64_t, std::shared_ptr<const void>>> facts_;
 };
 
 // Binds a stored value to the 1-based parameter `index`.

@@ -195,6 +195,11 @@ class SqliteDatabase : public Database {
     return OpenCursor(conn_, Name, Name, AllowsUpdates(Type, Options));
   }
 
+  std::shared_ptr<Recordset> OpenRecordset(const std::string& Name, std::span<const Variant> Parameters, int32_t Type,
+                                           int32_t Options) override {
+    return OpenCursor(conn_, Name, Name, AllowsUpdates(Type, Options), Parameters);
+  }
+
   std::shared_ptr<QueryDef> CreateQueryDef(const std::string& Name, const std::string& SQLText, bool temporary) override {
     conn_->Handle();
     if (Name.empty()) return std::make_shared<SqliteQueryDef>(conn_, std::string(), std::string(), SQLText);
@@ -263,6 +268,9 @@ std::shared_ptr<Connection> Connect(const std::string& path, int flags, int busy
   }
   sqlite3_extended_result_codes(db, 1);
   sqlite3_busy_timeout(db, busy_ms);
+  // Savepoints keep a statement journal per write; in memory it costs no file writes. Large sorts use
+  // memory too, which an in-process library working on in-memory tables can afford.
+  sqlite3_exec(db, "PRAGMA temp_store = MEMORY", nullptr, nullptr, nullptr);
   return std::make_shared<Connection>(db, path, busy_ms);
 }
 

@@ -114,7 +114,15 @@ void Cursor::Describe(bool allow_updates) {
 
 void Cursor::FindKey() {
   const ResultColumn& first = columns_.front();
-  TableKey key = ReadKey(*conn_, first.schema, first.table);
+  // Reading a table's key takes two schema queries; a save opens the same table once per record.
+  const int64_t version = conn_->SchemaVersion(first.schema);
+  const std::string memo = "key:" + first.schema + "." + first.table;
+  auto known = std::static_pointer_cast<const TableKey>(conn_->Recall(memo, version));
+  if (!known) {
+    known = std::make_shared<const TableKey>(ReadKey(*conn_, first.schema, first.table));
+    conn_->Remember(memo, version, known);
+  }
+  const TableKey& key = *known;
   for (auto& j : key.candidates) {
     std::vector<int> positions;
     for (const auto& name : j) {
@@ -565,7 +573,8 @@ int32_t SqliteRecordset::EditMode() const {
 }
 
 std::shared_ptr<Recordset> OpenCursor(const std::shared_ptr<Connection>& conn, const std::string& source,
-                                      const std::string& sql, bool allow_updates) {
+                                      const std::string& sql, bool allow_updates,
+                                      std::span<const Variant> parameters) {
   std::string_view tail;
   Stmt stmt = conn->Prepare(sql, &tail);
   if (!stmt) Raise(ErrorKind::Syntax, "The SQL text is empty.");
@@ -575,6 +584,13 @@ std::shared_ptr<Recordset> OpenCursor(const std::shared_ptr<Connection>& conn, c
   // A recordset only reads: an action statement would run as soon as the first row is fetched.
   if (sqlite3_column_count(stmt.get()) == 0 || !sqlite3_stmt_readonly(stmt.get())) {
     Raise(ErrorKind::InvalidOperation, "Cannot open a recordset on an action query: '" + std::string(TrimStatement(sql)) + "'.");
+  }
+  if (static_cast<int>(parameters.size()) != sqlite3_bind_parameter_count(stmt.get())) {
+    Raise(ErrorKind::InvalidOperation, "The query has " + std::to_string(sqlite3_bind_parameter_count(stmt.get())) +
+                                           " parameters, " + std::to_string(parameters.size()) + " values were given.");
+  }
+  for (size_t i = 0; i < parameters.size(); ++i) {
+    Bind(*conn, stmt.get(), static_cast<int>(i + 1), Encode(parameters[i], 0));
   }
   auto cursor = std::make_shared<Cursor>(conn, source, std::move(stmt), allow_updates);
   conn->Register(cursor);

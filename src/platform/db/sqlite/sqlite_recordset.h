@@ -157,8 +157,10 @@ class SqliteRecordset : public Recordset {
   std::shared_ptr<RecordsetFields> fields_;
 };
 
-// Prepares `sql` and opens a recordset on it (positioned on the first row).
+// Prepares `sql`, binds `parameters` to its placeholders in order, and opens a recordset on it
+// (positioned on the first row).
 std::shared_ptr<Recordset> OpenCursor(const std::shared_ptr<Connection>& conn, const std::string& source,
-                                      const std::string& sql, bool allow_updates);
+                                      const std::string& sql, bool allow_updates,
+                                      std::span<const Variant> parameters = {});
 
 }  // namespace quorbex::db::sqlite
