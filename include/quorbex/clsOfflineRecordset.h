@@ -79,7 +79,7 @@ class clsOfflineRecordset : public Object {
   // meets it during its first pass, as the right-hand neighbour of the record before it. So only the
   // part of that pass in front of the first short record is made (the pairs 1-2, 2-3, ... up to the
   // pair that ends just before it, each compared and exchanged once, in turn; in text order the
-  // greatest of them ends up right before the short record), and then "Sortrecordset: FieldColumn
+  // last of them in sort order ends up right before the short record), and then "Sortrecordset: FieldColumn
   // Index is higher than fieldcount!" followed by the column is appended to the thread's error text.
   // A single record is never compared and so never reported.
   // With `WithProgressBar` the sort shows its progress with the text "Sortiere..." (see SortProgress)

@@ -1,0 +1,285 @@
+// DataLayer: filters, permanent removal by condition, finding a record, the full-text search and
+// removing repeated values.
+//
+// Everything here works on the offline records only; removed records leave the record collection and
+// are never deleted from the database. Each removal is one pass over the records (the recordset's
+// DeleteOutfilteredRecords, or a compaction here), never a removal per record.
+#include <algorithm>
+#include <exception>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "datalayer/datalayer_internal.h"
+#include "quorbex/DataLayer.h"
+#include "quorbex/clsFilter.h"
+#include "quorbex/text.h"
+#include "service/modService.h"
+#include "service/thread_state.h"
+
+namespace quorbex {
+
+namespace {
+
+// The number of pieces of the field list FullTextSearch looks at.
+constexpr int32_t kMaxSearchFields = 10;
+
+// The operator that names the records a filter throws away: the mirror image of the one given, not its
+// negation. So ">" 100 throws away what is below 100 and keeps 100 itself; "=" and "<>" swap exactly.
+std::string MirroredOperator(const std::string& op) {
+  if (op == "=") return "<>";
+  if (op == "<>") return "=";
+  if (op == ">") return "<";
+  if (op == "<") return ">";
+  if (op == ">=") return "<=";
+  if (op == "<=") return ">=";
+  return op;
+}
+
+// A copy of the recordset that shares nothing with it: new records with new fields, each a full clone
+// (value, name, type, change mark, status), the record marks, and the recordset's read-only flag, tag,
+// parent and record count. One pass; each record gets its fields in one block.
+std::shared_ptr<clsOfflineRecordset> DeepCopy(const clsOfflineRecordset& source) {
+  auto copy = std::make_shared<clsOfflineRecordset>();
+  const auto& from = source.RecordCollection()->Items();
+  const auto size = static_cast<int32_t>(from.size());
+  copy->Add(size);
+  const auto& to = copy->RecordCollection()->Items();
+  for (size_t i = 0; i < from.size(); ++i) {
+    const clsOfflineRecord* original = from[i].get();
+    clsOfflineRecord& record = *to[i];
+    if (original == nullptr) continue;
+    const int32_t fields = original->FieldCount();
+    record.Add(fields);
+    for (int32_t j = 1; j <= fields; ++j) *record.FieldAt(j) = *original->FieldAt(j);
+    record.HasChanged = original->HasChanged;
+    record.NewlyAdded = original->NewlyAdded;
+  }
+  copy->SetRecordCount(source.RecordCount());
+  copy->RecordsetIsReadOnly = source.RecordsetIsReadOnly;
+  copy->Tag = source.Tag;
+  copy->Parent = source.Parent;
+  return copy;
+}
+
+// The description an error carries, as it follows the ": " of a message.
+std::string Describe(const std::exception& error) {
+  if (const auto* automation = dynamic_cast<const AutomationError*>(&error)) return automation->Description();
+  return error.what();
+}
+
+bool IsAscii(std::string_view text) noexcept {
+  for (unsigned char c : text) {
+    if (c >= 0x80) return false;
+  }
+  return true;
+}
+
+// The field's Value as text, lower-cased, into `out` (whose storage is reused from record to record).
+void LowerText(const clsOfflineField& field, std::string& out) {
+  const Variant& value = field.varValue;
+  if (value.IsString()) {
+    out.assign(value.AsString());
+  } else if (value.IsNull() || value.IsEmpty()) {
+    out.clear();
+  } else {
+    out = ToText(value);
+  }
+  if (!IsAscii(out)) {
+    out = LCase(out);
+    return;
+  }
+  for (char& c : out) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + ('a' - 'A'));
+  }
+}
+
+}  // namespace
+
+Variant DataLayer::Filter(const std::string& strFieldname, std::string strOperator, Variant varCompareValue,
+                          bool bolAdditionalFilter, bool bolNoAddCollection) {
+  try {
+    if (!bolNoAddCollection) {
+      // The list belongs to the thread: once any DataLayer of the thread has ended it is gone, and the
+      // filter gives up here, as it always has.
+      auto& list = State().filter_list;
+      if (!list) return {};
+      auto filter = std::make_shared<clsFilter>();
+      filter->strFieldname = strFieldname;
+      filter->strOperator = strOperator;
+      filter->bolAdditionalFilter = bolAdditionalFilter;
+      filter->varCompareValue = varCompareValue;
+      list->Add(std::move(filter));
+    }
+    const std::string removal = MirroredOperator(strOperator);
+    if (!bolAdditionalFilter && filter_active_) DeleteFilter();
+    MoveFirst();
+    const int32_t field = FieldID(strFieldname);
+    // The copy is taken before anything is removed, so DeleteFilter brings back the records exactly as
+    // they were, including changes made before the filter; changes made while it is active are lost.
+    if (!bolAdditionalFilter) unfiltered_ = recordset_ ? DeepCopy(*recordset_) : nullptr;
+    if (recordset_) recordset_->DeleteOutfilteredRecords(field, removal, varCompareValue);
+    filter_active_ = true;
+  } catch (const std::exception&) {
+    // A filter that fails leaves without a word: the records stay as far as it had come.
+  }
+  return {};
+}
+
+Variant DataLayer::DeleteFilter() {
+  if (filter_active_) {
+    recordset_ = std::move(unfiltered_);
+    unfiltered_.reset();
+    filter_active_ = false;
+  }
+  return {};
+}
+
+void DataLayer::RemoveOfflineRecordsIf(const std::string& FieldName, const std::string& Operator,
+                                       const Variant& varMatch) {
+  try {
+    const int32_t field = FieldID(FieldName);
+    if (recordset_) recordset_->DeleteOutfilteredRecords(field, Operator, varMatch);
+  } catch (const std::exception& e) {
+    ErrorStatus("DataLayer.RemoveRecordsIF: " + Describe(e));
+  }
+  // The cursor stays on its position while that still exists.
+  if (cursor_ > RecordCount()) cursor_ = RecordCount();
+}
+
+bool DataLayer::FindRecord(const std::string& strFieldname, const Variant& varCompareValue) {
+  try {
+    MoveFirst();
+    const int32_t count = RecordCount();
+    for (int32_t position = 1; position <= count; ++position) {
+      cursor_ = position;
+      if (Equals(FieldValue(strFieldname), varCompareValue)) return true;
+    }
+    cursor_ = 1;
+  } catch (const std::exception& e) {
+    ErrorStatus("FindRecord: " + Describe(e));
+  }
+  return false;
+}
+
+std::shared_ptr<Collection<Variant>> DataLayer::FullTextSearch(const std::string& strSearchString,
+                                                               const std::string& strLimitToFieldNames,
+                                                               const std::string& strHitListFields) {
+  // On a failure the positions found so far are the result.
+  auto hits = std::make_shared<Collection<Variant>>();
+  try {
+    const int32_t count = RecordCount();
+    if (strSearchString.empty() || count <= 0 || !recordset_) return hits;
+
+    // A word is taken only when a blank follows it: "a b" searches "a", a single word is searched whole.
+    const auto pieces = SplitToCollection(strSearchString, " ", false, true, true);
+    std::vector<std::string> words(pieces->begin(), pieces->end());
+    if (words.empty()) words.push_back(LCase(strSearchString));
+
+    // The fields: up to ten named ones (blanks removed, empty pieces skipped), else every field of the
+    // first record but "ID" and the auto-GUID column. A name that is not found is reported by FieldID
+    // and searched nowhere.
+    std::vector<int32_t> fields;
+    bool limited = false;
+    const std::string names = ReplaceText(strLimitToFieldNames, " ", "");
+    for (int32_t n = 1; n <= kMaxSearchFields; ++n) {
+      const std::string name = Trim(GetToken(names, ";", n));
+      if (name.empty()) continue;
+      limited = true;
+      if (const int32_t id = FieldID(name); id > 0) fields.push_back(id);
+    }
+    if (!limited) {
+      const std::string guid_column = UCase(State().auto_guid_column);
+      if (auto first = recordset_->Records(1)) {
+        for (int32_t j = 1; j <= first->FieldCount(); ++j) {
+          const std::string name = UCase(first->FieldAt(j)->Description.view());
+          if (name != "ID" && name != guid_column) fields.push_back(j);
+        }
+      }
+    }
+
+    // Positions are visited in order, so the hit list comes out ascending.
+    const auto& records = recordset_->RecordCollection()->Items();
+    const auto visited = static_cast<int32_t>(std::min<size_t>(static_cast<size_t>(count), records.size()));
+    std::string text;
+    for (int32_t position = 1; position <= visited; ++position) {
+      const clsOfflineRecord* record = records[static_cast<size_t>(position - 1)].get();
+      if (record == nullptr) continue;
+      bool hit = false;
+      for (int32_t id : fields) {
+        const clsOfflineField* field = record->FieldAt(id);
+        if (field == nullptr) continue;  // a record short of the field has nothing to find there
+        LowerText(*field, text);
+        for (const std::string& word : words) {
+          if (text.find(word) != std::string::npos) {
+            hit = true;
+            break;
+          }
+        }
+        if (hit) break;
+      }
+      if (hit) hits->Add(Variant(position));
+    }
+    if (strHitListFields.empty()) return hits;
+
+    // One line per hit: the named fields' values, each followed by ";", without the last ";".
+    const auto line_fields = SplitToCollection(strHitListFields, ";", false, false, false);
+    auto lines = std::make_shared<Collection<Variant>>();
+    const int32_t saved = cursor_;
+    for (const Variant& position : *hits) {
+      MoveSpecific(position.AsLong());
+      std::string line;
+      for (const std::string& name : *line_fields) {
+        line += ToText(FieldValue(name));
+        line += ';';
+      }
+      if (!line.empty()) line.pop_back();
+      lines->Add(Variant(std::move(line)));
+    }
+    cursor_ = saved;
+    return lines;
+  } catch (const std::exception&) {
+    return hits;
+  }
+}
+
+Variant DataLayer::RemoveMultipleEntries(const std::string& strField) {
+  try {
+    if (RecordCount() <= 0 || !recordset_) return {};
+    int32_t field = FieldID(strField);
+    if (field == 0) return {};
+    bool ascending = true, descending = false;
+    recordset_->RecordsetSort(field, ascending, descending);
+
+    // Each record is compared with the last one kept: the result of removing, again and again, the
+    // second record of the first pair of equal neighbours. Nulls (and records short of the field) equal
+    // nothing, so they all stay. Marking comes first, so a failing comparison removes nothing.
+    auto& records = recordset_->RecordCollection()->Items();
+    const size_t count = std::min(static_cast<size_t>(RecordCount()), records.size());
+    std::vector<bool> repeated(count, false);
+    const clsOfflineField* kept = nullptr;
+    for (size_t i = 0; i < count; ++i) {
+      const clsOfflineField* current = records[i] ? records[i]->FieldAt(field) : nullptr;
+      if (kept != nullptr && current != nullptr && Equals(kept->varValue, current->varValue)) {
+        repeated[i] = true;
+      } else {
+        kept = current;
+      }
+    }
+    size_t next = 0;
+    for (size_t i = 0; i < records.size(); ++i) {
+      if (i < count && repeated[i]) continue;
+      if (next != i) records[next] = std::move(records[i]);
+      ++next;
+    }
+    const auto removed = static_cast<int32_t>(records.size() - next);
+    records.erase(records.begin() + static_cast<std::ptrdiff_t>(next), records.end());
+    recordset_->SetRecordCount(recordset_->RecordCount() - removed);
+  } catch (const std::exception& e) {
+    ErrorStatus("RemoveMultipleEntries: " + Describe(e));
+  }
+  if (cursor_ > RecordCount()) cursor_ = RecordCount();
+  return {};
+}
+
+}  // namespace quorbex
