@@ -23,6 +23,7 @@
 #include "platform/progress_renderer.h"
 #include "quorbex/clsOfflineRecordset.h"
 #include "quorbex/frmProgress.h"
+#include "quorbex/locale.h"
 #include "service/modService.h"
 
 namespace quorbex {
@@ -214,6 +215,7 @@ struct TextEntry {
 struct NumberEntry {
   double key;
   uint32_t index;
+  bool raw;  // the key is the Double itself, not yet Val of its text
 };
 
 template <class Entry>
@@ -288,16 +290,61 @@ void SortByText(RecordList& records, size_t count, int32_t column, bool ascendin
   progress.Done(2 * count);
 }
 
+// Val of a Double's text is its value rounded to 15 significant digits and read back: under a "."
+// decimal point a monotone function that moves no value by more than 1e-14 of itself. So the Doubles
+// can be sorted by their own values, which spares making their texts, and only where neighbours lie
+// so close that the rounding could make them equal (or reorder them against an exact key) is the real
+// key made. Inside such a cluster equal keys then go back to their old order. Under a decimal comma
+// Val reads only the integer part, and not even that of the exponent form, so every key is made.
+bool Close(double a, double b) noexcept {
+  return std::fabs(a - b) <= 1e-12 * std::max(std::fabs(a), std::fabs(b)) + 1e-300;
+}
+
+void SettleClusters(std::vector<NumberEntry>::iterator first, std::vector<NumberEntry>::iterator last,
+                    const RecordList& records, int32_t column, bool ascending) {
+  while (first != last) {
+    auto end = first + 1;
+    bool any_raw = first->raw, any_exact = !first->raw, differ = false;
+    while (end != last && Close((end - 1)->key, end->key)) {
+      any_raw = any_raw || end->raw;
+      any_exact = any_exact || !end->raw;
+      differ = differ || end->key != first->key;
+      ++end;
+    }
+    // Equal Doubles have equal texts and are in their old order already; exact keys are exact.
+    if (any_raw && (any_exact || differ)) {
+      for (auto entry = first; entry != end; ++entry) {
+        if (!entry->raw) continue;
+        entry->key = NumberKey(*records[entry->index]->FieldAt(column)).value_or(entry->key);
+        entry->raw = false;
+      }
+      std::sort(first, end, [ascending](const NumberEntry& a, const NumberEntry& b) {
+        if (a.key != b.key) return ascending ? a.key < b.key : b.key < a.key;
+        return a.index < b.index;
+      });
+    }
+    first = end;
+  }
+}
+
 void SortByNumber(RecordList& records, size_t count, int32_t column, bool ascending, Progress& progress) {
   // Non-numeric records stay as entries of their own, at their place, and cut the sort into stretches.
+  const bool raw_doubles = Locale::Current().decimal_separator == ".";
   std::vector<NumberEntry> entries;
   std::vector<bool> fixed(count, false);
   entries.reserve(count);
   const size_t step = std::max<size_t>(count / 100, 1);
   for (size_t i = 0; i < count; ++i) {
-    const std::optional<double> key = NumberKey(*records[i]->FieldAt(column));
-    fixed[i] = !key;
-    entries.push_back({key.value_or(0.0), static_cast<uint32_t>(i)});
+    const clsOfflineField& field = *records[i]->FieldAt(column);
+    const Variant& value = field.varValue;
+    if (raw_doubles && value.Type() == VarType::Double && std::isfinite(value.AsDouble()) &&
+        !(std::fabs(value.AsDouble()) < 1e15 && value.AsDouble() == std::trunc(value.AsDouble()))) {
+      entries.push_back({value.AsDouble(), static_cast<uint32_t>(i), true});
+    } else {
+      const std::optional<double> key = NumberKey(field);
+      fixed[i] = !key;
+      entries.push_back({key.value_or(0.0), static_cast<uint32_t>(i), false});
+    }
     if (i % step == 0) progress.Done(i + 1);
   }
   progress.Done(count);
@@ -309,8 +356,10 @@ void SortByNumber(RecordList& records, size_t count, int32_t column, bool ascend
     }
     size_t end = begin;
     while (end < count && !fixed[end]) ++end;
-    StableSortEntries<NumberEntry>(entries.begin() + static_cast<std::ptrdiff_t>(begin),
-                                   entries.begin() + static_cast<std::ptrdiff_t>(end), ascending);
+    const auto first = entries.begin() + static_cast<std::ptrdiff_t>(begin);
+    const auto last = entries.begin() + static_cast<std::ptrdiff_t>(end);
+    StableSortEntries<NumberEntry>(first, last, ascending);
+    SettleClusters(first, last, records, column, ascending);
     progress.Done(count + end);
     begin = end;
   }
