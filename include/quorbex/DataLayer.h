@@ -222,9 +222,13 @@ class DataLayer : public Object, public std::enable_shared_from_this<DataLayer> 
     std::shared_ptr<clsOfflineRecord> record;
     std::vector<LogEntry> log;
   };
-  // Writes one marked record (one INSERT or one UPDATE); throws on any database failure.
-  SavedRecord SaveRecord(db::Database& database, const std::string& base_sql,
-                         const std::shared_ptr<clsOfflineRecord>& record);
+  // Writing back (each throws on any database failure): one new record by one INSERT; the changed
+  // records at the positions of `batch` (then emptied) by one read of their rows and one UPDATE each.
+  SavedRecord InsertRecord(db::Database& database, const std::string& base_sql,
+                           const std::shared_ptr<clsOfflineRecord>& record);
+  void UpdateBatch(db::Database& database, const std::string& base_sql, std::vector<int32_t>& batch,
+                   std::vector<SavedRecord>& saved);
+  SavedRecord UpdateRow(db::Recordset& rows, const std::shared_ptr<clsOfflineRecord>& record);
   void PublishRefreshToken();
   void WriteLog(std::string action, const std::string& query, const std::string& deleted_record,
                 const std::string& field_name, const std::string& old_value, const std::string& new_value);

@@ -285,6 +285,11 @@ class Recordset : public Object {
   virtual void MoveLast() = 0;
   virtual void MoveNext() = 0;
   virtual void MovePrevious() = 0;
+  // The 0-based position of the current row (-1 at BOF, EOF or on a deleted row). Setting it moves to
+  // that row, reading ahead as far as needed; a position outside the result raises NoCurrentRecord.
+  // A pending AddNew or Edit is cancelled.
+  virtual int32_t AbsolutePosition() const;
+  virtual void AbsolutePosition(int32_t lngPosition);
 
   // The fields, in result order.
   virtual std::shared_ptr<db::Fields> Fields() const = 0;

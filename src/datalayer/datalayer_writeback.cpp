@@ -4,6 +4,8 @@
 // records before it are committed, so what the database holds always matches the change marks: the
 // records written have their marks cleared, the failing one and all later ones keep theirs.
 #include <exception>
+#include <optional>
+#include <unordered_map>
 #include <vector>
 
 #include "datalayer/datalayer_internal.h"
@@ -19,15 +21,34 @@ namespace {
 
 constexpr const char* kRefreshTable = "sys_quorbexdatalayer_refresh";
 
-// The rows of the loaded query that belong to the record with key `id`. The loaded query's text before
-// a "WHERE ID" clause is wrapped as a subquery, which keeps its column positions; this stands in for a
-// temporary stored query and cannot be left behind in the database. The key travels as a bound
-// parameter, so no text from a record ever becomes part of a statement, and the statement is prepared
-// once for all records of a save.
-std::shared_ptr<db::Recordset> OpenRecordRows(db::Database& database, const std::string& base_sql,
-                                              const Variant& id) {
-  const Variant parameters[] = {id};
-  return database.OpenRecordset("SELECT * FROM (" + base_sql + ") AS quorbex_q WHERE id = ?", parameters);
+// How many changed records one read of their rows covers.
+constexpr size_t kBatch = 256;
+
+// The loaded query's text before a "WHERE ID" clause, wrapped as a subquery: it keeps the column
+// positions of the loaded query and stands in for a temporary stored query, which it cannot leave
+// behind in the database.
+std::string RowsOf(const std::string& base_sql) { return "SELECT * FROM (" + base_sql + ") AS quorbex_q"; }
+
+// A key as the database compares it with a number column: numbers and numeric texts by their value,
+// other texts as they are. Null and Empty have no key (they match no row).
+std::optional<std::string> KeyText(const Variant& id) {
+  if (id.IsNull() || id.IsEmpty()) return std::nullopt;
+  try {
+    if (IsNumeric(id)) return CStr(Variant(CDbl(id)));
+    return CStr(id);
+  } catch (const AutomationError&) {
+    return std::nullopt;
+  }
+}
+
+[[noreturn]] void NoRowFor(const Variant& id) {
+  std::string shown;
+  try {
+    shown = CStr(id);
+  } catch (const AutomationError&) {
+    shown = "Null";
+  }
+  throw db::EngineError(db::ErrorKind::NoCurrentRecord, "No record with id '" + shown + "' in the database.");
 }
 
 std::string StripTrailingSemicolon(std::string sql) {
@@ -66,15 +87,25 @@ bool DataLayer::Save() {
   try {
     database->BeginTrans();
     in_transaction = true;
+    // Changed records are updated in batches (one read of their rows, then one UPDATE each); a new
+    // record is inserted when its turn comes, so records are written in position order throughout.
+    // Each record is written by one INSERT or one UPDATE, which the database applies whole or not at
+    // all, so a failing record leaves nothing behind without a savepoint of its own.
+    std::vector<int32_t> batch;
     const int32_t count = RecordCount();
     for (int32_t i = 1; i <= count; ++i) {
-      cursor_ = i;
       auto record = recordset_->Records(i);
       if (!record || !record->HasChanged) continue;
-      // Each record is written by one INSERT or one UPDATE, which the database applies whole or not at
-      // all; so a failing record leaves nothing behind without a savepoint of its own.
-      saved.push_back(SaveRecord(*database, base_sql, record));
+      if (record->NewlyAdded) {
+        UpdateBatch(*database, base_sql, batch, saved);
+        cursor_ = i;
+        saved.push_back(InsertRecord(*database, base_sql, recordset_->Records(i)));
+      } else {
+        batch.push_back(i);
+        if (batch.size() == kBatch) UpdateBatch(*database, base_sql, batch, saved);
+      }
     }
+    UpdateBatch(*database, base_sql, batch, saved);
   } catch (const std::exception& e) {
     failure = e.what();
   }
@@ -91,6 +122,7 @@ bool DataLayer::Save() {
       }
     }
   }
+  std::vector<clsLog::Entry> log;
   for (auto& entry : saved) {
     const int32_t fields = entry.record->FieldCount();
     for (int32_t j = 1; j <= fields; ++j) {
@@ -98,8 +130,13 @@ bool DataLayer::Save() {
     }
     entry.record->NewlyAdded = false;
     entry.record->HasChanged = false;
-    for (auto& line : entry.log) WriteLog(line.action, sql_, "", line.field_name, line.old_value, line.new_value);
+    for (auto& line : entry.log) {
+      log.push_back({std::move(line.action), sql_, "", std::move(line.field_name), std::move(line.old_value),
+                     std::move(line.new_value)});
+    }
   }
+  // The entries of the committed records go to the session log in one write.
+  if (log_) log_->WriteLogEntries(log);
   if (!failure.empty()) {
     ErrorStatus("Save: " + failure);
     return false;
@@ -110,64 +147,87 @@ bool DataLayer::Save() {
   return true;
 }
 
-DataLayer::SavedRecord DataLayer::SaveRecord(db::Database& database, const std::string& base_sql,
-                                             const std::shared_ptr<clsOfflineRecord>& record_ptr) {
+DataLayer::SavedRecord DataLayer::InsertRecord(db::Database& database, const std::string& base_sql,
+                                               const std::shared_ptr<clsOfflineRecord>& record_ptr) {
   clsOfflineRecord& record = *record_ptr;
-  std::vector<LogEntry> log;
+  SavedRecord saved{record_ptr, {}};
   const int32_t field_count = record.FieldCount();
-  std::vector<bool> written(static_cast<size_t>(field_count) + 1, false);
-
-  if (record.NewlyAdded) {
-    // Insert: only the fields the client wrote, by position; the database applies its defaults to the rest.
-    auto rows = database.OpenRecordset("SELECT * FROM (" + base_sql + ") AS quorbex_q");
-    rows->AddNew();
-    for (int32_t j = 1; j <= field_count; ++j) {
-      auto* field = record.FieldAt(j);
-      if (field && field->HasChanged) rows->Fields(j - 1)->Value(field->Value());
-    }
-    rows->Update();
-    // The inserted row is now the recordset's current and last row, so its "ID" is the new key: the
-    // same row a MoveFirst/MoveLast pair would reach, without reading the whole result.
-    const Variant key = rows->Fields("ID")->Value();
-    const std::string key_text = NullToText(key);
-    // Through SetFieldValue, so the "id" field is marked and logged like the others; no nested save
-    // happens because the record is still new.
-    SetFieldValue("id", key);
-    log.push_back({"NEWRECORD ID=" + key_text, "", "", ""});
-    for (int32_t j = 1; j <= field_count; ++j) {
-      auto* field = record.FieldAt(j);
-      if (!field || !field->HasChanged) continue;
-      if (j - 1 >= rows->Fields()->Count()) continue;
-      auto column = rows->Fields(j - 1);
-      log.push_back({"UPDATE ID=" + key_text, column->Name(), NullToText(column->Value()), ToText(field->Value())});
-      written[static_cast<size_t>(j)] = true;
-    }
-    rows->Close();
+  // Only the fields the client wrote, by position; the database applies its defaults to the rest.
+  auto rows = database.OpenRecordset(RowsOf(base_sql));
+  const int32_t columns = rows->Fields()->Count();
+  rows->AddNew();
+  for (int32_t j = 1; j <= field_count && j <= columns; ++j) {
+    auto* field = record.FieldAt(j);
+    if (field && field->HasChanged) rows->Fields(j - 1)->Value(field->Value());
   }
+  rows->Update();
+  // The inserted row is now the recordset's current and last row, so its "ID" is the new key: the
+  // same row a MoveFirst/MoveLast pair would reach, without reading the whole result.
+  const Variant key = rows->Fields("ID")->Value();
+  const std::string key_text = NullToText(key);
+  // Through SetFieldValue, so the "id" field is marked and logged like the others; no nested save
+  // happens because the record is still new.
+  SetFieldValue("id", key);
+  saved.log.push_back({"NEWRECORD ID=" + key_text, "", "", ""});
+  for (int32_t j = 1; j <= field_count && j <= columns; ++j) {
+    auto* field = record.FieldAt(j);
+    if (!field || !field->HasChanged) continue;
+    auto column = rows->Fields(j - 1);
+    saved.log.push_back({"UPDATE ID=" + key_text, column->Name(), NullToText(column->Value()), ToText(field->Value())});
+  }
+  rows->Close();
+  return saved;
+}
 
-  // Update: every still-marked field, matched by position in the loaded query.
-  bool pending = false;
+void DataLayer::UpdateBatch(db::Database& database, const std::string& base_sql, std::vector<int32_t>& batch,
+                            std::vector<SavedRecord>& saved) {
+  if (batch.empty()) return;
+  std::vector<Variant> ids;
+  ids.reserve(batch.size());
+  std::string sql = RowsOf(base_sql) + " WHERE id IN (";
+  for (int32_t position : batch) {
+    cursor_ = position;
+    ids.push_back(FieldValue("id"));
+    sql += ids.size() == 1 ? "?" : ", ?";
+  }
+  sql += ")";
+  auto rows = database.OpenRecordset(sql, ids);
+  // Where each key's row stands in the result.
+  std::unordered_map<std::string, int32_t> row_of;
+  const int32_t id_column = rows->Fields()->IndexOf("ID");
+  for (int32_t row = 0; !rows->EOF_(); ++row, rows->MoveNext()) {
+    if (id_column < 0) break;
+    if (auto key = KeyText(rows->Fields(id_column)->Value())) row_of.emplace(*key, row);
+  }
+  for (size_t k = 0; k < batch.size(); ++k) {
+    cursor_ = batch[k];
+    auto key = KeyText(ids[k]);
+    auto found = key ? row_of.find(*key) : row_of.end();
+    if (found == row_of.end()) NoRowFor(ids[k]);
+    rows->AbsolutePosition(found->second);
+    auto record = recordset_->Records(batch[k]);
+    saved.push_back(UpdateRow(*rows, record));
+  }
+  rows->Close();
+  batch.clear();
+}
+
+DataLayer::SavedRecord DataLayer::UpdateRow(db::Recordset& rows, const std::shared_ptr<clsOfflineRecord>& record_ptr) {
+  clsOfflineRecord& record = *record_ptr;
+  SavedRecord saved{record_ptr, {}};
+  // Every marked field, matched by position in the loaded query.
+  rows.Edit();
+  const std::string key_text = NullToText(rows.Fields("ID")->Value());
+  const int32_t field_count = record.FieldCount();
   for (int32_t j = 1; j <= field_count; ++j) {
     auto* field = record.FieldAt(j);
-    if (field && field->HasChanged && !written[static_cast<size_t>(j)]) pending = true;
+    if (!field || !field->HasChanged) continue;
+    auto column = rows.Fields(j - 1);
+    saved.log.push_back({"UPDATE ID=" + key_text, column->Name(), NullToText(column->Value()), ToText(field->Value())});
+    column->Value(field->Value());
   }
-  if (pending) {
-    auto rows = OpenRecordRows(database, base_sql, FieldValue("id"));
-    rows->Edit();
-    const std::string key_text = NullToText(rows->Fields("ID")->Value());
-    for (int32_t j = 1; j <= field_count; ++j) {
-      auto* field = record.FieldAt(j);
-      if (!field || !field->HasChanged || written[static_cast<size_t>(j)]) continue;
-      auto column = rows->Fields(j - 1);
-      log.push_back({"UPDATE ID=" + key_text, column->Name(), NullToText(column->Value()), ToText(field->Value())});
-      column->Value(field->Value());
-      written[static_cast<size_t>(j)] = true;
-    }
-    rows->Update();
-    rows->Close();
-  }
-
-  return SavedRecord{record_ptr, std::move(log)};
+  rows.Update();
+  return saved;
 }
 
 void DataLayer::PublishRefreshToken() {

@@ -102,26 +102,33 @@ Variant clsLog::WriteLogEntry(ByRef<std::string> actionType, const std::string& 
                               const std::string& deletedRecordInfo, const std::string& fieldName,
                               const std::string& oldValue, const std::string& newValue) {
   if (State().log_disabled) return {};
+  if (actionType->empty()) *actionType = "UNKNOWN";
+  WriteLogEntries({Entry{*actionType, query, deletedRecordInfo, fieldName, oldValue, newValue}});
+  return {};
+}
+
+void clsLog::WriteLogEntries(const std::vector<Entry>& entries) {
+  if (State().log_disabled || entries.empty()) return;
   try {
     if (session_id_.empty()) OpenSession();
-    if (actionType->empty()) *actionType = "UNKNOWN";
-    if (session_id_.empty()) return {};
-
-    Lines entry;
-    entry << "<ACTION TYPE=\"" << *actionType << "\">";
-    entry.End() << "   <ActionTime>" << FormatDate(platform::NowLocal()) << "</ActionTime>";
-    entry.End() << "   <QueryString>" << query << "</QueryString>";
-    entry.End() << "   <DeletedRecordInfo>";
-    entry.End() << deletedRecordInfo << "   </DeletedRecordInfo>";
-    entry.End() << "   <FieldName>" << fieldName << "</FieldName>";
-    entry.End() << "   <OldValue>" << oldValue << "</OldValue>";
-    entry.End() << "   <NewValue>" << newValue << "</NewValue>";
-    entry.End() << "</ACTION>";
-    entry.End();
-    platform::AppendFile(file_name_, entry.Encoded());
+    if (session_id_.empty()) return;
+    Lines text;
+    const std::string now = FormatDate(platform::NowLocal());
+    for (const Entry& e : entries) {
+      text << "<ACTION TYPE=\"" << (e.action_type.empty() ? "UNKNOWN" : e.action_type) << "\">";
+      text.End() << "   <ActionTime>" << now << "</ActionTime>";
+      text.End() << "   <QueryString>" << e.query << "</QueryString>";
+      text.End() << "   <DeletedRecordInfo>";
+      text.End() << e.deleted_record_info << "   </DeletedRecordInfo>";
+      text.End() << "   <FieldName>" << e.field_name << "</FieldName>";
+      text.End() << "   <OldValue>" << e.old_value << "</OldValue>";
+      text.End() << "   <NewValue>" << e.new_value << "</NewValue>";
+      text.End() << "</ACTION>";
+      text.End();
+    }
+    platform::AppendFile(file_name_, text.Encoded());
   } catch (...) {
   }
-  return {};
 }
 
 Variant clsLog::CloseSession() {

@@ -20,6 +20,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "quorbex/byref.h"
 #include "quorbex/variant.h"
@@ -53,6 +54,14 @@ class clsLog {
   Variant WriteLogEntry(ByRef<std::string> actionType, const std::string& query,
                         const std::string& deletedRecordInfo, const std::string& fieldName,
                         const std::string& oldValue, const std::string& newValue);
+
+  // One ACTION element's texts.
+  struct Entry {
+    std::string action_type, query, deleted_record_info, field_name, old_value, new_value;
+  };
+  // Appends several ACTION elements in one write (the file is opened and closed once), with the same
+  // action time; as WriteLogEntry otherwise. Used for the entries of one save, written after its commit.
+  void WriteLogEntries(const std::vector<Entry>& entries);
 
   // The full path of the file of the current (or last) session; "" before the first session.
   const std::string& LogFileName() const { return file_name_; }

@@ -140,6 +140,9 @@ std::shared_ptr<Recordset> Database::OpenRecordset(const std::string&, std::span
   Raise(ErrorKind::NotSupported, "This database does not take query parameters.");
 }
 
+int32_t Recordset::AbsolutePosition() const { Raise(ErrorKind::NotSupported, text::kNotForThisObject); }
+void Recordset::AbsolutePosition(int32_t) { Raise(ErrorKind::NotSupported, text::kNotForThisObject); }
+
 void Fields::Append(std::shared_ptr<Field>) { Raise(ErrorKind::InvalidOperation, text::kNotForThisObject); }
 void Fields::Delete(std::string_view) { Raise(ErrorKind::InvalidOperation, text::kNotForThisObject); }
 

@@ -192,6 +192,7 @@ void Cursor::FetchAll() {
 void Cursor::Restart() {
   sqlite3_reset(stmt_.get());
   rows_.clear();
+  stale_rows_.clear();
   rows_without_columns_ = 0;
   done_ = false;
   released_ = false;
@@ -252,6 +253,23 @@ void Cursor::MoveLast() {
   pos_ = Rows() - 1;
 }
 
+int32_t Cursor::AbsolutePosition() const {
+  CheckOpen();
+  if (released_ || on_deleted_ || pos_ < 0 || pos_ >= Rows()) return -1;
+  return static_cast<int32_t>(pos_);
+}
+
+void Cursor::AbsolutePosition(int32_t position) {
+  CheckOpen();
+  CancelUpdate();
+  if (released_) Restart();
+  while (Rows() <= position && Fetch()) {
+  }
+  if (position < 0 || position >= Rows()) Raise(ErrorKind::NoCurrentRecord, text::kNoCurrentRecord);
+  on_deleted_ = false;
+  pos_ = position;
+}
+
 void Cursor::MoveNext() {
   CheckOpen();
   CancelUpdate();
@@ -287,6 +305,7 @@ Variant Cursor::Value(int column) const {
   if (column < 0 || static_cast<size_t>(column) >= width_) RaiseItemNotFound(column);
   if (edit_mode_ != dbEditNone) return buffer_[static_cast<size_t>(column)];
   int64_t row = CurrentRow();
+  RefreshRow(row);
   return rows_[static_cast<size_t>(row) * width_ + static_cast<size_t>(column)];
 }
 
@@ -312,6 +331,7 @@ void Cursor::Edit() {
   if (!updatable_) Raise(ErrorKind::NotUpdatable, text::kNotUpdatable);
   int64_t row = CurrentRow();
   CancelUpdate();
+  RefreshRow(row);
   auto first = rows_.begin() + static_cast<std::ptrdiff_t>(static_cast<size_t>(row) * width_);
   buffer_.assign(first, first + static_cast<std::ptrdiff_t>(width_));
   dirty_.assign(width_, false);
@@ -417,20 +437,38 @@ void Cursor::WriteBack() {
     if (k > 0) sql += " AND ";
     sql += Quote(columns_[static_cast<size_t>(key_columns_[k])].origin) + " = ?";
   }
-  sql += " RETURNING " + ReturningList();
   Stmt stmt = conn_->Prepare(sql);
   for (size_t i = 0; i < written.size(); ++i) {
     const ResultColumn& c = columns_[written[i]];
     Bind(*conn_, stmt.get(), static_cast<int>(i + 1), Encode(buffer_[written[i]], c.decode_code));
   }
   BindKey(stmt.get(), static_cast<int>(written.size() + 1), row);
-  if (conn_->Step(stmt.get()) != SQLITE_ROW) Raise(ErrorKind::NoCurrentRecord, text::kRecordDeleted);
+  conn_->Step(stmt.get());
+  if (sqlite3_changes64(conn_->Handle()) == 0) Raise(ErrorKind::NoCurrentRecord, text::kRecordDeleted);
+  // The row now holds what the database made of the values (a column's type may convert them). Rather
+  // than read it back at once (RETURNING costs a temporary table per statement, and a save never looks
+  // at the row again), the written values stand in and the row is read again when it is next used.
   Variant* target = &rows_[static_cast<size_t>(row) * width_];
-  for (size_t j = 0; j < width_; ++j) {
-    target[j] = ReadColumn(stmt.get(), static_cast<int>(j), columns_[j].decode_code);
+  for (size_t j : written) target[j] = buffer_[j];
+  stale_rows_.insert(row);
+}
+
+void Cursor::RefreshRow(int64_t row) const {
+  if (stale_rows_.erase(row) == 0) return;
+  std::string sql = "SELECT " + ReturningList() + " FROM " + Target() + " WHERE ";
+  for (size_t k = 0; k < key_columns_.size(); ++k) {
+    if (k > 0) sql += " AND ";
+    sql += Quote(columns_[static_cast<size_t>(key_columns_[k])].origin) + " = ?";
   }
-  while (conn_->Step(stmt.get()) == SQLITE_ROW) {
-  }
+  Stmt stmt = conn_->Prepare(sql);
+  BindKey(stmt.get(), 1, row);
+  if (conn_->Step(stmt.get()) != SQLITE_ROW) return;  // gone meanwhile: keep what was written
+  Variant* target = &rows_[static_cast<size_t>(row) * width_];
+  for (size_t j = 0; j < width_; ++j) target[j] = ReadColumn(stmt.get(), static_cast<int>(j), columns_[j].decode_code);
+}
+
+void Cursor::RefreshAll() const {
+  while (!stale_rows_.empty()) RefreshRow(*stale_rows_.begin());
 }
 
 void Cursor::Delete() {
@@ -439,6 +477,7 @@ void Cursor::Delete() {
   CurrentRow();
   CancelUpdate();
   FetchAll();
+  RefreshAll();  // positions shift below: settle every row first
   int64_t row = CurrentRow();
   std::string sql = "DELETE FROM " + Target() + " WHERE ";
   for (size_t k = 0; k < key_columns_.size(); ++k) {
@@ -460,12 +499,14 @@ void Cursor::Close() {
   CancelUpdate();
   stmt_.reset();
   std::vector<Variant>().swap(rows_);
+  stale_rows_.clear();
 }
 
 int32_t Cursor::TakeRows(const std::function<void(std::span<Variant>)>& sink) {
   CheckOpen();
   CancelUpdate();
   if (released_) Restart();
+  RefreshAll();
   int64_t count = 0;
   auto finish = [&] {
     std::vector<Variant>().swap(rows_);

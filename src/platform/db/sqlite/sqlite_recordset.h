@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "platform/db/sqlite/sqlite_connection.h"
@@ -39,6 +40,8 @@ class Cursor : public Closable {
   void MoveLast();
   void MoveNext();
   void MovePrevious();
+  int32_t AbsolutePosition() const;
+  void AbsolutePosition(int32_t position);
   Variant Value(int column) const;
   void SetValue(int column, const Variant& value);
   void AddNew();
@@ -65,6 +68,9 @@ class Cursor : public Closable {
   int64_t CurrentRow() const;
   void Insert();
   void WriteBack();
+  // Reads a row that an update left stale (see WriteBack) again; RefreshAll does every such row.
+  void RefreshRow(int64_t row) const;
+  void RefreshAll() const;
   std::string Target() const;
   std::string ReturningList() const;
   void BindKey(sqlite3_stmt* stmt, int first_index, int64_t row) const;
@@ -78,7 +84,8 @@ class Cursor : public Closable {
   bool updatable_ = false;
   std::vector<int> key_columns_;  // result positions of the base table's key
 
-  std::vector<Variant> rows_;
+  mutable std::vector<Variant> rows_;
+  mutable std::unordered_set<int64_t> stale_rows_;
   int64_t rows_without_columns_ = 0;
   bool done_ = false;      // the statement has no more rows
   bool released_ = false;  // TakeRows handed the rows away
@@ -141,6 +148,8 @@ class SqliteRecordset : public Recordset {
   void MoveLast() override { cursor_->MoveLast(); }
   void MoveNext() override { cursor_->MoveNext(); }
   void MovePrevious() override { cursor_->MovePrevious(); }
+  int32_t AbsolutePosition() const override { return cursor_->AbsolutePosition(); }
+  void AbsolutePosition(int32_t lngPosition) override { cursor_->AbsolutePosition(lngPosition); }
   std::shared_ptr<db::Fields> Fields() const override;
   using Recordset::Fields;
   void AddNew() override { cursor_->AddNew(); }
