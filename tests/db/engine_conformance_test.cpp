@@ -313,6 +313,28 @@ TEST_P(EngineConformance, EditAndDeleteFindTheRowByItsKey) {
   EXPECT_TRUE(rs->Fields("name")->Value().SameAs(Variant("Anna")));
 }
 
+TEST_P(EngineConformance, ParametersAndAbsolutePositionReachRowsByKey) {
+  auto db = PeopleDatabase(5);
+  const Variant keys[] = {Variant(4), Variant("2"), Variant("1 OR 1=1")};
+  auto rs = db->OpenRecordset("SELECT * FROM people WHERE id IN (?, ?, ?) ORDER BY id", keys);
+  rs->MoveLast();
+  EXPECT_EQ(rs->RecordCount(), 2);  // the text key is a value, never SQL
+  rs->AbsolutePosition(1);
+  EXPECT_EQ(CLng(rs->Fields("id")->Value()), 4);
+  EXPECT_EQ(rs->AbsolutePosition(), 1);
+  rs->Edit();
+  rs->Fields("city")->Value("Bern");
+  rs->Update();
+  rs->AbsolutePosition(0);
+  EXPECT_EQ(CLng(rs->Fields("id")->Value()), 2);
+  rs->AbsolutePosition(1);
+  EXPECT_EQ(rs->Fields("city")->Value().AsString(), "Bern");
+  EXPECT_EQ(ErrorOf([&] { rs->AbsolutePosition(2); }).Kind(), ErrorKind::NoCurrentRecord);
+  const Variant one[] = {Variant(1)};
+  EXPECT_EQ(ErrorOf([&] { db->OpenRecordset("SELECT * FROM people WHERE id = ? OR id = ?", one); }).Kind(),
+            ErrorKind::InvalidOperation);
+}
+
 TEST_P(EngineConformance, CursorMovesAndCountsLikeTheClassicEngine) {
   auto db = PeopleDatabase(5);
   auto empty = db->OpenRecordset("SELECT * FROM people WHERE id < 0");
