@@ -79,17 +79,10 @@ void DataLayer::RemoveVirtualField(const std::string& FieldName) {
     return;
   }
   try {
-    auto first = recordset_ ? recordset_->Records(1) : nullptr;
-    if (first && position == first->FieldCount()) {
-      recordset_->RemoveField(position);
-    } else if (first) {
-      // RemoveField only ever takes the last field away; any other column is taken out record by
-      // record, so that the records and the name list keep the same layout.
-      const int32_t count = RecordCount();
-      for (int32_t i = 1; i <= count; ++i) {
-        if (auto record = recordset_->Records(i)) record->Remove(position);
-      }
-    }
+    // RemoveField takes a field away only when it is the last one: a middle column stays in the records
+    // while its name leaves the name list. Clients know the method by that behaviour, so it is kept.
+    if (!recordset_) throw AutomationError(errnum::kSubscriptOutOfRange, "Quorbex DataLayer", "Subscript out of range");
+    recordset_->RemoveField(position);
     if (position <= field_names_.Count()) field_names_.Remove(position);
   } catch (const std::exception& e) {
     ErrorStatus(std::string("RemoveVirtualField-Error: ") + e.what());
