@@ -157,42 +157,74 @@ class DataLayer : public Object, public std::enable_shared_from_this<DataLayer> 
                                   ByRef<bool> bolAsc, ByRef<bool> bolDesc);
 
   // ---- Filters and search ---------------------------------------------------------------------------
+  // Keeps the records for which the mirrored test is False ("=" keeps the equal ones, ">" those >= the
+  // value, ...); a non-additional filter first undoes an active one and keeps an unfiltered copy. The
+  // filter is added to the thread's filter list unless bolNoAddCollection. Always Empty.
   Variant Filter(const std::string& strFieldname, std::string strOperator, Variant varCompareValue,
                  bool bolAdditionalFilter, bool bolNoAddCollection = false);
+  // Puts the unfiltered copy back (changes made while filtered are lost). Always Empty.
   Variant DeleteFilter();
+  // Removes for good every record whose field satisfies the test; "DataLayer.RemoveRecordsIF: " on error.
   void RemoveOfflineRecordsIf(const std::string& FieldName, const std::string& Operator, const Variant& varMatch);
+  // Moves to the first record whose field equals the value (True); otherwise to record 1 (False).
   bool FindRecord(const std::string& strFieldname, const Variant& varCompareValue);
+  // The positions of the records where a search word occurs in one of the fields (or, with
+  // strHitListFields, one ";"-joined line of those fields per hit). Of several words the last is not
+  // searched, as the word splitter has always done.
   std::shared_ptr<Collection<Variant>> FullTextSearch(const std::string& strSearchString,
                                                       const std::string& strLimitToFieldNames = "",
                                                       const std::string& strHitListFields = "");
+  // Sorts by the field and keeps the first record of every run of equal values. Always Empty.
   Variant RemoveMultipleEntries(const std::string& strField);
 
   // ---- Virtual tables and fields --------------------------------------------------------------------
+  // Declares a table without a database ("SELECT * FROM <TableDescription>", fields split at ";" or
+  // ","); raises 40000 without fields or when a table exists; False (and reported) without an ID field.
   bool CreateNewVirtualOfflineTable(ByRef<std::string> TableDescription, ByRef<std::string> FieldsDividedBySemicolon);
+  // Adds a field at the end of every record and of the field names.
   void AddVirtualField(const std::string& FieldName);
+  // Removes the field's name; the records lose the field only when it is their last one.
   void RemoveVirtualField(const std::string& FieldName);
+  // Gives the field a new name in every record and in the field names.
   void RenameVirtualField(const std::string& OldName, const std::string& NewName);
+  // Names the column AddNew fills with a new GUID text (thread-wide); optionally fills empty values now.
   bool SetAutoGuidColumn(const std::string& strFieldname, bool bolUpdateVirtualTableNow = false);
+  // 32 upper-case hexadecimal digits; "" when the platform cannot make a GUID.
   std::string NewGUID();
+  // Stores the value in every record where the field is empty text (or in all); a Null raises 94.
   void FillField(const std::string& FieldName, const Variant& varValue, bool bolOverwriteExistingValues);
+  // Trims the blanks around every text of the field, marking the records changed.
   void TrimField(const std::string& strFieldname);
+  // Appends a copy of the current record (values and status marks) with IDFieldName set to NewID.
   Variant CopyCurrentRecord(const std::string& IDFieldName, std::optional<Variant> NewID = std::nullopt);
+  // Gives records whose field count differs the fields of the model record, in its order.
   bool RepairRecords(const Variant& RecordIDtoUse);
+  // Whether the field is in the field names or in the current record.
   bool CheckContainsFieldName(const std::string& FieldName);
 
   // ---- XML persistence ------------------------------------------------------------------------------
+  // Writes the records, their field names, types and values and the query text to an XML file (layout:
+  // docs/xml-format.md); False with the reason in ErrorStatus.
   bool SaveAsXML(const std::string& XMLFilePath, const std::string& RootElement, bool bolDisableProgressBar = false);
+  // Loads such a file into an unloaded object (read-only, as attached); False with the reason.
   bool LoadFromXML(const std::string& XMLFilePath, bool bolDisableProgressBar = false);
 
   // ---- Aggregates, lists and output -----------------------------------------------------------------
+  // The sum of the field's numeric values; the average divides it by all records. 0 when empty.
   double CalcSum(const std::string& strFieldname);
   double CalcAverage(const std::string& strFieldname);
+  // Fills a list control with one item per record: the field (and up to two more), 96 blanks and the id.
   bool FillCBO(const std::shared_ptr<ListControl>& objCBO, const std::string& strFieldname,
                const std::string& strIDFieldName, const std::string& strFurtherField2 = "",
                const std::string& strFurtherField3 = "", bool bolUse1Comma2 = false, bool bolUse2Comma3 = false);
+  // Selects the list item whose id (after the 96 blanks) is varID; False when there is none.
   bool SetCBOPos(const std::shared_ptr<ListControl>& objCBO, const Variant& varID);
+  // The field's values in record order.
   std::shared_ptr<Collection<Variant>> FillCollection(const std::string& strFieldname);
+  // Writes the records to Datalayer.txt in the temp folder (" | " between values) and opens a viewer.
   Variant VisualizeToTextFile();
+  // Writes a ";"-separated file with a header line that the CSV import reads back; values the import
+  // cannot hold (";", line breaks, empty texts) are substituted and reported through ErrorStatus.
   bool WriteDataToCSV(const std::string& strFilePath);
 
   // ---- Analysis -------------------------------------------------------------------------------------
