@@ -39,14 +39,37 @@ size_t Utf8SequenceLength(std::string_view s) {
 
 }  // namespace
 
+namespace {
+void ConvertNonAscii(std::string_view utf8, std::string& out);
+}  // namespace
+
 std::string ToWindows1252(std::string_view utf8) {
-  thread_local Converter converter("WINDOWS-1252", "UTF-8");
+  // ASCII is the same in both, and most text is ASCII: copy its runs as they are and hand only the
+  // stretches between them to the converter.
   std::string out;
   out.reserve(utf8.size());
+  size_t i = 0;
+  while (i < utf8.size()) {
+    size_t ascii_end = i;
+    while (ascii_end < utf8.size() && static_cast<unsigned char>(utf8[ascii_end]) < 0x80) ++ascii_end;
+    out.append(utf8.substr(i, ascii_end - i));
+    size_t other_end = ascii_end;
+    while (other_end < utf8.size() && static_cast<unsigned char>(utf8[other_end]) >= 0x80) ++other_end;
+    if (other_end > ascii_end) ConvertNonAscii(utf8.substr(ascii_end, other_end - ascii_end), out);
+    i = other_end;
+  }
+  return out;
+}
+
+namespace {
+void ConvertNonAscii(std::string_view utf8, std::string& out) {
+  thread_local Converter converter("WINDOWS-1252", "UTF-8");
   if (!converter.Ok()) {
-    // Without the gconv module keep ASCII, which is the same in both.
-    for (char c : utf8) out += static_cast<unsigned char>(c) < 0x80 ? c : '?';
-    return out;
+    // Without the gconv module every character outside ASCII becomes "?".
+    for (char c : utf8) {
+      if ((static_cast<unsigned char>(c) & 0xC0) != 0x80) out += '?';
+    }
+    return;
   }
   iconv(converter.Get(), nullptr, nullptr, nullptr, nullptr);
   char* in = const_cast<char*>(utf8.data());
@@ -66,8 +89,8 @@ std::string ToWindows1252(std::string_view utf8) {
     in += skip;
     in_left -= skip;
   }
-  return out;
 }
+}  // namespace
 
 std::string FromWindows1252(std::string_view cp1252) {
   thread_local Converter converter("UTF-8", "WINDOWS-1252");
