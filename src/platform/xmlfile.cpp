@@ -489,8 +489,8 @@ std::string Shortened(std::string_view text, size_t limit = 64) {
 
 // One <Field>: its value, read as its kind.
 Variant ReadValue(std::string_view kind, std::string_view text, bool escaped, const std::string& where) {
-  const auto bad = [&](const char* kind_name) {
-    return ReadFailure{where + ": \"" + Shortened(text) + "\" is not a valid " + kind_name + " value"};
+  const auto bad = [&](std::string_view kind_name) {
+    return ReadFailure{where + ": \"" + Shortened(text) + "\" is not a valid " + std::string(kind_name) + " value"};
   };
   if (kind == "String") {
     if (!escaped) return Variant(std::string(text));
@@ -500,46 +500,18 @@ Variant ReadValue(std::string_view kind, std::string_view text, bool escaped, co
   }
   if (kind == "Null") return Variant(Null);
   if (kind == "Empty" || kind == "Object") return Variant();
-  if (kind == "Long") {
-    auto v = ParseInteger<int32_t>(text);
-    if (!v) throw bad("Long");
-    return Variant(*v);
-  }
-  if (kind == "Double") {
-    auto v = ParseFloat<double>(text);
-    if (!v) throw bad("Double");
-    return Variant(*v);
-  }
-  if (kind == "Date") {
-    auto v = ParseDateValue(text);
-    if (!v) throw bad("Date");
-    return Variant(*v);
-  }
-  if (kind == "Boolean") {
-    auto v = ParseBoolean(text);
-    if (!v) throw bad("Boolean");
-    return Variant(*v);
-  }
-  if (kind == "Integer") {
-    auto v = ParseInteger<int16_t>(text);
-    if (!v) throw bad("Integer");
-    return Variant(*v);
-  }
-  if (kind == "Byte") {
-    auto v = ParseInteger<uint8_t>(text);
-    if (!v) throw bad("Byte");
-    return Variant(*v);
-  }
-  if (kind == "Single") {
-    auto v = ParseFloat<float>(text);
-    if (!v) throw bad("Single");
-    return Variant(*v);
-  }
-  if (kind == "Currency") {
-    auto v = ParseCurrency(text);
-    if (!v) throw bad("Currency");
-    return Variant(*v);
-  }
+  auto take = [&](auto parsed) -> Variant {
+    if (!parsed) throw bad(kind);
+    return Variant(*parsed);
+  };
+  if (kind == "Long") return take(ParseInteger<int32_t>(text));
+  if (kind == "Double") return take(ParseFloat<double>(text));
+  if (kind == "Date") return take(ParseDateValue(text));
+  if (kind == "Boolean") return take(ParseBoolean(text));
+  if (kind == "Integer") return take(ParseInteger<int16_t>(text));
+  if (kind == "Byte") return take(ParseInteger<uint8_t>(text));
+  if (kind == "Single") return take(ParseFloat<float>(text));
+  if (kind == "Currency") return take(ParseCurrency(text));
   throw ReadFailure{where + ": unknown kind \"" + Shortened(kind) + "\""};
 }
 

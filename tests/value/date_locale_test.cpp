@@ -2,6 +2,7 @@
 
 #include <thread>
 
+#include "support/error_of.h"
 #include "quorbex/locale.h"
 #include "quorbex/variant.h"
 #include "value/locale_info.h"
@@ -9,15 +10,7 @@
 namespace quorbex {
 namespace {
 
-template <class F>
-int32_t ErrorOf(F&& f) {
-  try {
-    f();
-  } catch (const AutomationError& e) {
-    return e.Number();
-  }
-  return 0;
-}
+using test::ErrorOf;
 
 void ExpectCivil(const CivilDateTime& c, int y, int mo, int d, int h = 0, int mi = 0, int s = 0) {
   EXPECT_EQ(c.year, y);

@@ -1,3 +1,4 @@
+#include "support/error_of.h"
 #include "quorbex/text.h"
 
 #include <gtest/gtest.h>
@@ -7,15 +8,7 @@
 namespace quorbex {
 namespace {
 
-template <class F>
-int32_t ErrorOf(F&& f) {
-  try {
-    f();
-  } catch (const AutomationError& e) {
-    return e.Number();
-  }
-  return 0;
-}
+using test::ErrorOf;
 
 // "Ärger" and friends, spelled as bytes so the test does not depend on the source encoding.
 const std::string kAerger = "\xc3\x84rger";     // Ärger

@@ -1,3 +1,4 @@
+#include "support/error_of.h"
 #include "quorbex/variant.h"
 
 #include <gtest/gtest.h>
@@ -8,16 +9,7 @@
 namespace quorbex {
 namespace {
 
-// Runs `f` and returns the runtime error number it raised, 0 when it raised none.
-template <class F>
-int32_t ErrorOf(F&& f) {
-  try {
-    f();
-  } catch (const AutomationError& e) {
-    return e.Number();
-  }
-  return 0;
-}
+using test::ErrorOf;
 
 class Named : public Object {
  public:
