@@ -11,6 +11,22 @@
 namespace quorbex::db::sqlite {
 namespace {
 
+// Runs `work` inside a savepoint: all of it stays, or none of it when it throws.
+template <class Work>
+void InSavepoint(Connection& conn, Work&& work) {
+  conn.Exec("SAVEPOINT quorbex_query");
+  try {
+    work();
+  } catch (...) {
+    try {
+      conn.Exec("ROLLBACK TO quorbex_query; RELEASE quorbex_query");
+    } catch (...) {
+    }
+    throw;
+  }
+  conn.Exec("RELEASE quorbex_query");
+}
+
 // Marks files this library created ("QDL1"); SQLite writes the header when it is set, so a new
 // database is a valid file at once.
 constexpr int kApplicationId = 0x51444C31;
@@ -57,19 +73,11 @@ class SqliteQueryDef : public QueryDef {
       std::string body(TrimStatement(strSQL));
       std::string create = schema_ == "temp" ? "CREATE TEMP VIEW " : "CREATE VIEW \"main\".";
       if (schema_ == "temp") create += "\"temp\".";
-      conn_->Exec("SAVEPOINT quorbex_query");
-      try {
+      InSavepoint(*conn_, [&] {
         conn_->Exec("DROP VIEW " + Quote(schema_) + "." + Quote(name_));
         conn_->Exec(create + Quote(name_) + " AS " + body);
         conn_->Prepare("SELECT * FROM " + Quote(schema_) + "." + Quote(name_));
-      } catch (...) {
-        try {
-          conn_->Exec("ROLLBACK TO quorbex_query; RELEASE quorbex_query");
-        } catch (...) {
-        }
-        throw;
-      }
-      conn_->Exec("RELEASE quorbex_query");
+      });
     }
     sql_ = strSQL;
   }
@@ -211,18 +219,10 @@ class SqliteDatabase : public Database {
     std::string schema = temporary ? "temp" : "main";
     // SQLite checks a view's names only when it is used: prepare it once so that a query naming a
     // missing table or column is refused now, as the classic engine does.
-    conn_->Exec("SAVEPOINT quorbex_query");
-    try {
+    InSavepoint(*conn_, [&] {
       conn_->Exec((temporary ? "CREATE TEMP VIEW \"temp\"." : "CREATE VIEW \"main\".") + Quote(Name) + " AS " + body);
       conn_->Prepare("SELECT * FROM " + Quote(schema) + "." + Quote(Name));
-    } catch (...) {
-      try {
-        conn_->Exec("ROLLBACK TO quorbex_query; RELEASE quorbex_query");
-      } catch (...) {
-      }
-      throw;
-    }
-    conn_->Exec("RELEASE quorbex_query");
+    });
     return std::make_shared<SqliteQueryDef>(conn_, Name, schema, SQLText);
   }
 
