@@ -13,6 +13,7 @@
 
 #include "platform/files.h"
 #include "platform/progress_renderer.h"
+#include "value/utf8.h"
 
 namespace quorbex::platform {
 
@@ -23,31 +24,10 @@ namespace {
 // The length of the well-formed UTF-8 sequence at s[i] and its code point; 0 when the bytes there are
 // not one (stray continuation bytes, overlong forms, surrogates, values past U+10FFFF, cut sequences).
 size_t DecodeUtf8(std::string_view s, size_t i, char32_t& cp) {
-  const auto byte = [&](size_t k) { return static_cast<unsigned char>(s[k]); };
-  const unsigned char b0 = byte(i);
-  if (b0 < 0x80) {
-    cp = b0;
-    return 1;
-  }
-  size_t length;
-  char32_t min;
-  if (b0 >= 0xC2 && b0 <= 0xDF) {
-    length = 2, cp = b0 & 0x1F, min = 0x80;
-  } else if (b0 >= 0xE0 && b0 <= 0xEF) {
-    length = 3, cp = b0 & 0x0F, min = 0x800;
-  } else if (b0 >= 0xF0 && b0 <= 0xF4) {
-    length = 4, cp = b0 & 0x07, min = 0x10000;
-  } else {
-    return 0;
-  }
-  if (i + length > s.size()) return 0;
-  for (size_t k = 1; k < length; ++k) {
-    const unsigned char b = byte(i + k);
-    if ((b & 0xC0) != 0x80) return 0;
-    cp = (cp << 6) | (b & 0x3F);
-  }
-  if (cp < min || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return 0;
-  return length;
+  const utf8::Decoded decoded = utf8::DecodeAt(s, i);
+  if (!decoded.valid) return 0;
+  cp = decoded.code_point;
+  return decoded.length;
 }
 
 // XML 1.0's Char production.
