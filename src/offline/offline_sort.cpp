@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "offline/offline_errors.h"
+#include "offline/offline_sort.h"
 #include "platform/progress_renderer.h"
 #include "quorbex/clsOfflineRecordset.h"
 #include "quorbex/frmProgress.h"
@@ -276,17 +277,23 @@ void FirstPassBefore(RecordList& records, size_t stop, int32_t column, bool asce
   }
 }
 
-void SortByText(RecordList& records, size_t count, int32_t column, bool ascending, Progress& progress) {
+// The text order of records 0 to count-1 (which all have the column) as their positions.
+std::vector<uint32_t> TextOrder(const RecordList& records, size_t count, int32_t column, bool ascending,
+                                Progress* progress) {
   std::vector<TextEntry> entries;
   entries.reserve(count);
   const size_t step = std::max<size_t>(count / 100, 1);
   for (size_t i = 0; i < count; ++i) {
     entries.push_back({TextKey(*records[i]->FieldAt(column)), static_cast<uint32_t>(i)});
-    if (i % step == 0) progress.Done(i + 1);
+    if (progress != nullptr && i % step == 0) progress->Done(i + 1);
   }
-  progress.Done(count);
+  if (progress != nullptr) progress->Done(count);
   StableSortEntries<TextEntry>(entries.begin(), entries.end(), ascending);
-  ApplyOrder(records, OrderOf(entries));
+  return OrderOf(entries);
+}
+
+void SortByText(RecordList& records, size_t count, int32_t column, bool ascending, Progress& progress) {
+  ApplyOrder(records, TextOrder(records, count, column, ascending, &progress));
   progress.Done(2 * count);
 }
 
@@ -474,5 +481,25 @@ Variant clsOfflineRecordset::RecordsetInnerSort(ByRef<int32_t> lngFieldColSorted
   }
   return {};
 }
+
+namespace offline_internal {
+
+std::optional<std::vector<uint32_t>> AscendingTextOrder(const clsOfflineRecordset& recordset, int32_t column) {
+  if (column < 1) return std::nullopt;
+  const RecordList& records = recordset.RecordCollection()->Items();
+  const size_t count = CountedRecords(recordset.RecordCount());
+  for (size_t i = 0; i < count; ++i) {
+    if (!HasColumn(records, i, column)) return std::nullopt;
+  }
+  try {
+    return TextOrder(records, count, column, true, nullptr);
+  } catch (const std::bad_alloc&) {
+    RaiseOutOfMemory("clsOfflineRecordset.RecordsetSort");
+  } catch (const std::length_error&) {
+    RaiseOutOfMemory("clsOfflineRecordset.RecordsetSort");
+  }
+}
+
+}  // namespace offline_internal
 
 }  // namespace quorbex

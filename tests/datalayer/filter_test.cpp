@@ -151,6 +151,18 @@ TEST_F(Filters, OddStartsAndFailuresChangeNothingOrLeaveSilently) {
   layer->DeleteFilter();
   EXPECT_EQ(Column(*layer), "1,2,3,4,5");
 
+  // A record without the field fails its test: the walk from the last record down has removed the
+  // matches behind it, the rest stays, and the filter does not become active. Both the first filter
+  // (which copies as it tests) and an additional one (which does not) end so.
+  for (bool additional : {false, true}) {
+    auto broken = Amounts();
+    broken->GetOfflineRecordset()->Records(3)->Remove(3);
+    broken->Filter("Amount", "=", 100, additional, true);
+    EXPECT_EQ(Column(*broken), "1,2,3,4") << additional;
+    broken->DeleteFilter();
+    EXPECT_EQ(Column(*broken), "1,2,3,4") << additional;
+  }
+
   // Once another DataLayer of the thread has ended, the shared filter list is gone: Filter gives up,
   // unless it is told not to list the filter.
   { auto other = std::make_shared<DataLayer>(); }
