@@ -93,14 +93,21 @@ CopyResult CopyAndRemove(clsOfflineRecordset& recordset, int32_t field, const st
   std::vector<bool> matches(std::min(tested, records.size()), false);
   std::exception_ptr failure;
   size_t failed_at = 0;  // one past the last record whose test raised
-  for (size_t i = 0; i < std::max(tested, records.size()); ++i) {
-    const clsOfflineRecord* record = i < records.size() ? records[i].get() : nullptr;
+  if (tested > records.size()) {
+    // The walk would begin with a record the collection does not hold: nothing is tested or removed.
+    failure = std::make_exception_ptr(AutomationError(errnum::kSubscriptOutOfRange, "DataLayer.Filter",
+                                                      "Subscript out of range"));
+    failed_at = records.size();
+  }
+  for (size_t i = 0; i < records.size(); ++i) {
+    const clsOfflineRecord* record = records[i].get();
     if (record != nullptr) CloneRecord(*record, *clones[i]);
-    if (i >= tested) continue;
+    if (i >= matches.size() || failed_at == records.size()) continue;
     try {
-      if (i >= records.size()) RaiseRuntimeError(errnum::kSubscriptOutOfRange);
       const clsOfflineField* cell = record != nullptr ? record->FieldAt(field) : nullptr;
-      if (cell == nullptr) throw AutomationError(91, "DataLayer.Filter", "Object variable or With block variable not set");
+      if (cell == nullptr) {
+        throw AutomationError(91, "DataLayer.Filter", "Object variable or With block variable not set");
+      }
       matches[i] = CompareValues(cell->varValue.IsNull() ? kEmptyText : cell->varValue, compare_value, op);
     } catch (...) {
       failure = std::current_exception();
@@ -112,7 +119,10 @@ CopyResult CopyAndRemove(clsOfflineRecordset& recordset, int32_t field, const st
   copy->Tag = recordset.Tag;
   copy->Parent = recordset.Parent;
 
+  size_t doomed = 0;
+  for (size_t i = failed_at; i < matches.size(); ++i) doomed += matches[i] ? 1 : 0;
   RecordList removed;
+  removed.reserve(doomed);
   size_t next = 0;
   for (size_t i = 0; i < records.size(); ++i) {
     if (i >= failed_at && i < matches.size() && matches[i]) {
@@ -123,7 +133,7 @@ CopyResult CopyAndRemove(clsOfflineRecordset& recordset, int32_t field, const st
     ++next;
   }
   records.erase(records.begin() + static_cast<std::ptrdiff_t>(next), records.end());
-  recordset.SetRecordCount(count - static_cast<int32_t>(removed.size()));
+  recordset.SetRecordCount(count - static_cast<int32_t>(doomed));
   ReleaseInAddressOrder(removed);
   return {std::move(copy), failure};
 }
