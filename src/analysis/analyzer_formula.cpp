@@ -12,6 +12,7 @@
 // name, could form or break a later "<name>". A record whose values could do that gets its formula
 // text by the literal replacements instead, so that every record reads exactly as the rule says.
 #include <exception>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -128,6 +129,7 @@ void clsAnalyzer::CalculateFormula(const std::string& FormulaString, const std::
   std::string text;
   std::string last_failure;
   const Variant zero(0.0);
+  std::unique_ptr<Formula> formula;
   for (const auto& record : records_->Items()) {
     try {
       for (size_t k = 0; k < references.size(); ++k) {
@@ -150,10 +152,13 @@ void clsAnalyzer::CalculateFormula(const std::string& FormulaString, const std::
         }
       }
 
-      Formula formula;  // its state is never reset, so one object serves one record
-      formula.FormulaString(text);
-      const double value = formula.CalcFormula();
-      if (formula.HasErrors()) last_failure = formula.ErrorInfo();
+      // A Formula never resets its state, but after a calculation without errors it holds nothing a
+      // next formula could see (its parts are consumed and its flag is clear), so one object serves
+      // record after record until a formula fails.
+      if (!formula || formula->HasErrors()) formula = std::make_unique<Formula>();
+      formula->FormulaString(std::move(text));
+      const double value = formula->CalcFormula();
+      if (formula->HasErrors()) last_failure = formula->ErrorInfo();
       result_field.Value(Variant(Calc(Variant(value), "+", zero, RoundToDigits, GermanKeyboard)));
     } catch (const AutomationError& e) {
       last_failure = e.Description();

@@ -36,6 +36,34 @@ std::string_view PlainDoubleText(double value, char (&buffer)[40]) noexcept {
   return {buffer, static_cast<size_t>(result.ptr - buffer)};
 }
 
+// The shortest digits that read back as the value, with the decimal exponent of the first digit.
+// When there are at most 15 of them they are also the digits of the 15-digit text: the value lies
+// closer to them than a tenth of a unit in the 15th digit, so rounding it to 15 digits gives them
+// back. Finding them is several times cheaper than rounding to a given precision.
+struct ShortDigits {
+  char digits[20];
+  int count = 0;
+  int exponent = 0;
+  bool negative = false;
+};
+
+bool ShortestDigits(double value, ShortDigits& out) noexcept {
+  char buffer[40];
+  const auto result = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::scientific);
+  const char* p = buffer;
+  out.negative = *p == '-';
+  if (out.negative) ++p;
+  out.count = 0;
+  for (; p != result.ptr && *p != 'e'; ++p) {
+    if (*p == '.') continue;
+    if (out.count == 15) return false;
+    out.digits[out.count++] = *p;
+  }
+  if (p == result.ptr) return false;
+  std::from_chars(p + (p[1] == '+' ? 2 : 1), result.ptr, out.exponent);
+  return true;
+}
+
 // The value an Object stands for in comparisons and texts: its default value.
 Variant Dereference(const Variant& value) {
   const ObjectRef& object = value.AsObject();
@@ -61,9 +89,29 @@ void AppendDoubleText(std::string& out, double value) {
     out += CStr(Variant(value));
     return;
   }
+  const std::string& decimal = Locale::Current().decimal_separator;
+  ShortDigits d;
+  // printf's %G writes exponents from -4 to 14 plainly; others, and values with more than 15 digits,
+  // take the general route below.
+  if (ShortestDigits(value, d) && d.exponent >= -4 && d.exponent < 15) {
+    if (d.negative) out.push_back('-');
+    if (d.exponent < 0) {
+      out.push_back('0');
+      out += decimal;
+      out.append(static_cast<size_t>(-d.exponent - 1), '0');
+      out.append(d.digits, static_cast<size_t>(d.count));
+    } else if (d.count <= d.exponent + 1) {
+      out.append(d.digits, static_cast<size_t>(d.count));
+      out.append(static_cast<size_t>(d.exponent + 1 - d.count), '0');
+    } else {
+      out.append(d.digits, static_cast<size_t>(d.exponent + 1));
+      out += decimal;
+      out.append(d.digits + d.exponent + 1, static_cast<size_t>(d.count - d.exponent - 1));
+    }
+    return;
+  }
   char buffer[40];
   const std::string_view plain = PlainDoubleText(value, buffer);
-  const std::string& decimal = Locale::Current().decimal_separator;
   for (char c : plain) {
     if (c == '.') {
       out += decimal;
@@ -108,6 +156,8 @@ double ReadAsNumber(const Variant& value, bool comma_as_point, std::string& text
       // Where the text would read back with its decimal point, reading it back is the rounding to 15
       // significant digits; only a comma that stays a comma needs the text itself.
       if (std::isfinite(x) && x != 0.0 && (decimal == "." || (comma_as_point && decimal == ","))) {
+        ShortDigits d;
+        if (ShortestDigits(x, d)) return x;  // its 15-digit text reads back as the value itself
         char buffer[40];
         const std::string_view plain = PlainDoubleText(x, buffer);
         double result = 0.0;

@@ -2,10 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
+#include "analysis/analyzer_internal.h"
 #include "platform/message_box.h"
 #include "platform/settings.h"
 #include "quorbex/DataLayer.h"
@@ -350,6 +354,33 @@ TEST_F(AnalyzerTest, SingleOccurrenceListsEachValueOnceAscending) {
   // A new collection each time, owned by the caller.
   EXPECT_NE(analyzer->SingleOccurrence("N"), numbers);
   EXPECT_TRUE(State().error_text.empty());
+}
+
+TEST(AnalyzerValues, TextsAndNumberReadingsAgreeWithCStrAndVal) {
+  std::mt19937_64 rng(11);
+  std::uniform_real_distribution<double> mantissa(-10.0, 10.0);
+  std::uniform_int_distribution<int> exponent(-12, 22);
+  std::uniform_int_distribution<int> cents(-100000, 100000);
+  std::vector<double> samples = {0.1, 0.2 + 0.1, 1e-5, 1e-4, 123456789012345.0, 1e15, 999999999999999.9, -2.5, 1e300};
+  for (int i = 0; i < 20000; ++i) {
+    samples.push_back(mantissa(rng) * std::pow(10.0, exponent(rng)));
+    samples.push_back(cents(rng) / 100.0);
+  }
+  for (const Locale& locale : {Locale::C(), Locale::German()}) {
+    LocaleScope scope(locale);
+    for (double x : samples) {
+      const Variant value(x);
+      std::string text;
+      analysis::AppendValueText(text, value);
+      ASSERT_EQ(text, CStr(value)) << x;
+      for (bool comma_as_point : {false, true}) {
+        std::string expected_text = CStr(value);
+        if (comma_as_point) std::replace(expected_text.begin(), expected_text.end(), ',', '.');
+        std::string read_text;
+        ASSERT_EQ(analysis::ReadAsNumber(value, comma_as_point, read_text), Val(expected_text)) << x;
+      }
+    }
+  }
 }
 
 }  // namespace

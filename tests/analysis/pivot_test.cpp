@@ -159,6 +159,41 @@ TEST_F(PivotTest, FailuresAreReportedAndThePartialTableReturned) {
   EXPECT_NE(State().error_text.find("Analyzer.Pivot: Fehler bei Aufbereitung: "), std::string::npos);
 }
 
+TEST_F(PivotTest, SourceOrderAndGroupsMatchSortRecordset) {
+  // Keys that differ only in case share a place in the order, so their records keep their order and
+  // each change of the exact text opens a group; numbers sort by their text. A non-ASCII key makes the
+  // pivot leave the sorting to the recordset itself; the result must not tell the difference.
+  const std::vector<std::vector<Variant>> pools = {
+      {"b", "A", "a", "B", "ab", " a", "a ", "10", 9, 10, 2.5, -1, "x-1", ""},
+      {"b", "A", "\u00d6l", "ol", "Uel", "uel", 3, "a"}};
+  std::mt19937 rng(3);
+  for (const auto& pool : pools) {
+    std::vector<std::vector<Variant>> rows;
+    for (int i = 1; i <= 400; ++i) rows.push_back({i, pool[rng() % pool.size()], static_cast<int32_t>(rng() % 7)});
+    auto pivoted = Table("ID;K;V", rows);
+    auto sorted = Table("ID;K;V", rows);
+    auto pivot = pivoted->Analyzer()->Pivot("V", "K");
+    bool ascending = true, descending = false;
+    sorted->SortRecordset("K", ascending, descending);
+    ASSERT_EQ(Column(*pivoted, "ID"), Column(*sorted, "ID"));
+
+    // The groups: one per run of equal texts in the sorted records, with the run's sum.
+    std::vector<std::string> texts, sums;
+    const auto keys = Column(*sorted, "K");
+    const auto values = Column(*sorted, "V");
+    for (size_t i = 0; i < keys.size(); ++i) {
+      if (texts.empty() || keys[i] != texts.back()) {
+        texts.push_back(keys[i]);
+        sums.push_back("0");
+      }
+      sums.back() = std::to_string(std::stoi(sums.back()) + std::stoi(values[i]));
+    }
+    EXPECT_EQ(Column(*pivot, "K"), texts);
+    EXPECT_EQ(Column(*pivot, "V"), sums);
+  }
+  EXPECT_TRUE(State().error_text.empty()) << State().error_text;
+}
+
 TEST_F(PivotTest, PivotCountOnlyCountsLikeOccurrenceCount) {
   auto source = Table("ID;City", {{1, "Wien"}, {2, "graz"}, {3, "Graz"}, {4, " wien"}, {5, "Linz"}, {6, ""},
                                   {7, "Wien"}});
