@@ -172,6 +172,12 @@ void LowerText(const clsOfflineField& field, std::string& out) {
 
 }  // namespace
 
+// Filter: keeps the records whose field `strFieldname` does NOT satisfy the mirrored test (">" keeps
+// value >= compare value, ">=" keeps value > it, "<" keeps <=, "<=" keeps <, "=" and "<>" keep the
+// equal and the different records). Lists the filter in the thread's filter list unless
+// `bolNoAddCollection`; a first (non-additional) filter restores an active one and takes the unfiltered
+// copy, an additional one narrows further. Always Empty; a failure (the list gone with another
+// DataLayer, a compare value of "*") leaves silently, an unknown field removes nothing.
 Variant DataLayer::Filter(const std::string& strFieldname, std::string strOperator, Variant varCompareValue,
                           bool bolAdditionalFilter, bool bolNoAddCollection) {
   try {
@@ -210,6 +216,9 @@ Variant DataLayer::Filter(const std::string& strFieldname, std::string strOperat
   return {};
 }
 
+// DeleteFilter: makes the copy taken by the first filter the current recordset again (changes made
+// while filtered are lost) and clears the filter-active flag; nothing when no filter is active. The
+// filter list stays. Always Empty.
 Variant DataLayer::DeleteFilter() {
   if (filter_active_) {
     std::shared_ptr<clsOfflineRecordset> filtered = std::move(recordset_);
@@ -221,6 +230,9 @@ Variant DataLayer::DeleteFilter() {
   return {};
 }
 
+// RemoveOfflineRecordsIf: removes for good every record whose field satisfies the test as given (no
+// mirroring, no copy, the filter flag untouched). Reports "DataLayer.RemoveRecordsIF: " + the error's
+// description; an unknown field removes nothing. A cursor beyond the last record moves onto it.
 void DataLayer::RemoveOfflineRecordsIf(const std::string& FieldName, const std::string& Operator,
                                        const Variant& varMatch) {
   try {
@@ -233,6 +245,8 @@ void DataLayer::RemoveOfflineRecordsIf(const std::string& FieldName, const std::
   if (cursor_ > RecordCount()) cursor_ = RecordCount();
 }
 
+// FindRecord: True with the cursor on the first record whose field value equals `varCompareValue`
+// (texts case-sensitive, Null never equal); False with the cursor on 1 when none does.
 bool DataLayer::FindRecord(const std::string& strFieldname, const Variant& varCompareValue) {
   try {
     MoveFirst();
@@ -248,6 +262,12 @@ bool DataLayer::FindRecord(const std::string& strFieldname, const Variant& varCo
   return false;
 }
 
+// FullTextSearch: the positions (Longs, ascending) of the records in which one of the search words
+// occurs, case-insensitively, in one of the search fields; with `strHitListFields` one text line per hit
+// instead ("value;value", a Null as nothing), the cursor left where it was. Words: those followed by a
+// blank (so the last word of several is not searched), or the whole text when there is none. Fields:
+// up to ten names separated by ";", else all but "ID" and the auto-GUID column. An empty collection for
+// an empty search text or no records; on a failure the positions found so far.
 std::shared_ptr<Collection<Variant>> DataLayer::FullTextSearch(const std::string& strSearchString,
                                                                const std::string& strLimitToFieldNames,
                                                                const std::string& strHitListFields) {
@@ -329,6 +349,9 @@ std::shared_ptr<Collection<Variant>> DataLayer::FullTextSearch(const std::string
   }
 }
 
+// RemoveMultipleEntries: sorts the records ascending by the field (text order) and keeps the first
+// record of each run of equal values (Nulls equal nothing). Always Empty; reports
+// "RemoveMultipleEntries: " + the error's description. A cursor beyond the last record moves onto it.
 Variant DataLayer::RemoveMultipleEntries(const std::string& strField) {
   try {
     if (RecordCount() <= 0 || !recordset_) return {};

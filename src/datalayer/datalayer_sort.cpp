@@ -20,6 +20,8 @@ void SettleDirection(bool& ascending, bool& descending) noexcept {
 
 }  // namespace
 
+// SortRecordset: RecordsetSort by the named field (see clsOfflineRecordset); the caller's direction
+// switches are settled. Always Empty.
 Variant DataLayer::SortRecordset(const std::string& strFieldname, ByRef<bool> bolAsc, ByRef<bool> bolDesc,
                                  ByRef<bool> bolNumberOnly, ByRef<bool> WithProgressBar) {
   try {
@@ -35,6 +37,8 @@ Variant DataLayer::SortRecordset(const std::string& strFieldname, ByRef<bool> bo
   return {};
 }
 
+// SortRecordsetNextInside: RecordsetInnerSort of the second named field inside the runs of the first.
+// Always Empty.
 Variant DataLayer::SortRecordsetNextInside(const std::string& strFieldnameLastSorted,
                                            const std::string& strFieldnameToSort, ByRef<bool> bolAsc,
                                            ByRef<bool> bolDesc) {
