@@ -128,7 +128,7 @@ void clsAnalyzer::CalculateFormula(const std::string& FormulaString, const std::
   std::vector<std::string> values(references.size());
   std::string text;
   std::string last_failure;
-  const Variant zero(0.0);
+  const Variant zero(int32_t{0});  // a Long reads as its value without a text
   std::unique_ptr<Formula> formula;
   for (const auto& record : records_->Items()) {
     try {

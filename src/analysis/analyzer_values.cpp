@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstring>
 #include <unordered_map>
 
 #include "analysis/analyzer_internal.h"
@@ -214,57 +215,70 @@ DistinctValues GatherDistinct(const Collection<std::shared_ptr<clsOfflineRecord>
     return out;
   }
 
-  std::unordered_map<double, size_t> numbers;
-  std::unordered_map<std::string, size_t, TextHash, std::equal_to<>> texts;
-  size_t nan_index = SIZE_MAX;
-  std::vector<Variant> seen;  // first occurrence of each distinct value
-  std::vector<SortKey> keys;
-  TextCounts counts;
-  std::string count_key;
+  // One lookup per record: each exact value (a text by its text, anything else by its kind and bits)
+  // becomes an entry that counts its records. A value's text, and so its count key, and its place in
+  // the order depend on nothing else, so they are worked out once per entry afterwards.
+  struct Entry {
+    Variant value;
+    int32_t records = 0;
+  };
+  struct Bits {
+    VarType type;
+    uint64_t bits;
+    bool operator==(const Bits&) const = default;
+  };
+  struct BitsHash {
+    size_t operator()(const Bits& b) const noexcept {
+      return std::hash<uint64_t>{}(b.bits) ^ (static_cast<size_t>(b.type) * 0x9E3779B97F4A7C15ULL);
+    }
+  };
+  auto bits_of = [](const Variant& v) -> Bits {
+    uint64_t bits = 0;
+    auto put = [&bits](auto x) { std::memcpy(&bits, &x, sizeof x); };
+    switch (v.Type()) {
+      case VarType::Boolean: bits = v.AsBoolean(); break;
+      case VarType::Byte: bits = v.AsByte(); break;
+      case VarType::Integer: put(static_cast<int64_t>(v.AsInteger())); break;
+      case VarType::Long: put(static_cast<int64_t>(v.AsLong())); break;
+      case VarType::Single: put(v.AsSingle()); break;
+      case VarType::Double: put(v.AsDouble()); break;
+      case VarType::Currency: put(v.AsCurrency().scaled); break;
+      case VarType::Date: put(v.AsDate().serial); break;
+      default: break;  // Empty and Null carry nothing but their kind
+    }
+    return Bits{v.Type(), bits};
+  };
 
+  std::vector<Entry> entries;
+  std::unordered_map<std::string, uint32_t, TextHash, std::equal_to<>> text_entries;
+  std::unordered_map<Bits, uint32_t, BitsHash> other_entries;
+  std::string scratch;
   for (const auto& record : records->Items()) {
     try {
-      const Variant& stored = StoredValue(FieldOf(record.get(), field_id));
-      if (with_counts) {
-        LowerTrimmedText(stored, count_key);
-        auto it = counts.find(std::string_view(count_key));
-        if (it == counts.end()) it = counts.emplace(count_key, 0).first;
-        ++it->second;
-      }
-
+      const Variant* value = &StoredValue(FieldOf(record.get(), field_id));
       Variant dereferenced;
-      const Variant* value = &stored;
-      if (stored.IsObject()) {
-        dereferenced = Dereference(stored);
+      if (value->IsObject()) {
+        // An object counts as its default value; one whose value has no text fails like its text.
+        if (with_counts) LowerTrimmedText(*value, scratch);
+        dereferenced = Dereference(*value);
+        if (dereferenced.IsObject()) RaiseRuntimeError(errnum::kTypeMismatch);
         value = &dereferenced;
       }
-      // Empty, Null and the empty text are no values to list.
-      if (value->IsEmpty() || value->IsNull() || (value->IsString() && value->AsString().empty())) continue;
-
+      uint32_t index = 0;
       if (value->IsString()) {
         const std::string& text = value->AsString();
-        if (texts.find(std::string_view(text)) != texts.end()) continue;
-        texts.emplace(text, seen.size());
-        seen.push_back(*value);
-        continue;
-      }
-      double number = 0.0;
-      if (value->IsBoolean()) {
-        number = value->AsBoolean() ? -1.0 : 0.0;
-      } else if (value->IsDateValue()) {
-        number = value->AsDate().serial;
-      } else {
-        number = CDbl(*value);
-      }
-      if (std::isnan(number)) {
-        if (nan_index == SIZE_MAX) {
-          nan_index = seen.size();
-          seen.push_back(*value);
+        auto it = text_entries.find(std::string_view(text));
+        if (it == text_entries.end()) {
+          it = text_entries.emplace(text, static_cast<uint32_t>(entries.size())).first;
+          entries.push_back(Entry{*value});
         }
-        continue;
+        index = it->second;
+      } else {
+        auto [it, added] = other_entries.emplace(bits_of(*value), static_cast<uint32_t>(entries.size()));
+        if (added) entries.push_back(Entry{*value});
+        index = it->second;
       }
-      if (number == 0.0) number = 0.0;  // -0 and 0 are one value
-      if (numbers.emplace(number, seen.size()).second) seen.push_back(*value);
+      ++entries[index].records;
     } catch (const AutomationError& e) {
       out.last_failure = e.Description();
     } catch (const std::exception& e) {
@@ -272,28 +286,78 @@ DistinctValues GatherDistinct(const Collection<std::shared_ptr<clsOfflineRecord>
     }
   }
 
-  keys.resize(seen.size());
-  for (const auto& [number, index] : numbers) keys[index] = SortKey{SortKey::kNumber, number, {}};
-  for (const auto& [text, index] : texts) keys[index] = SortKey{SortKey::kText, 0.0, text};
-  if (nan_index != SIZE_MAX) keys[nan_index] = SortKey{SortKey::kNaN, 0.0, {}};
+  // The count of every count key, from the entries that share it.
+  TextCounts totals;
+  std::vector<const std::string*> key_of(entries.size(), nullptr);
+  if (with_counts) {
+    for (size_t i = 0; i < entries.size(); ++i) {
+      try {
+        LowerTrimmedText(entries[i].value, scratch);
+        auto it = totals.find(std::string_view(scratch));
+        if (it == totals.end()) it = totals.emplace(scratch, 0).first;
+        it->second += entries[i].records;
+        key_of[i] = &it->first;
+      } catch (const AutomationError& e) {
+        out.last_failure = e.Description();  // a value without a text fails at each of its records
+      }
+    }
+  }
 
-  std::vector<size_t> order(seen.size());
+  // The distinct values: entries that are values at all, numbers merged by their numeric value (the
+  // entry seen first stands for them), in ascending order.
+  std::vector<SortKey> keys;
+  std::vector<uint32_t> chosen;
+  std::unordered_map<double, size_t> numbers;
+  size_t nan_at = SIZE_MAX;
+  for (uint32_t i = 0; i < entries.size(); ++i) {
+    const Variant& value = entries[i].value;
+    if (value.IsEmpty() || value.IsNull() || (value.IsString() && value.AsString().empty())) continue;
+    if (value.IsString()) {
+      keys.push_back(SortKey{SortKey::kText, 0.0, value.AsString()});
+      chosen.push_back(i);
+      continue;
+    }
+    double number = 0.0;
+    try {
+      if (value.IsBoolean()) {
+        number = value.AsBoolean() ? -1.0 : 0.0;
+      } else if (value.IsDateValue()) {
+        number = value.AsDate().serial;
+      } else {
+        number = CDbl(value);
+      }
+    } catch (const AutomationError& e) {
+      out.last_failure = e.Description();
+      continue;
+    }
+    size_t at = SIZE_MAX;
+    if (std::isnan(number)) {
+      if (nan_at == SIZE_MAX) nan_at = chosen.size();
+      at = nan_at;
+    } else {
+      if (number == 0.0) number = 0.0;  // -0 and 0 are one value
+      at = numbers.emplace(number, chosen.size()).first->second;
+    }
+    if (at == chosen.size()) {
+      keys.push_back(SortKey{std::isnan(number) ? SortKey::kNaN : SortKey::kNumber, number, {}});
+      chosen.push_back(i);
+    }
+  }
+
+  std::vector<size_t> order(chosen.size());
   for (size_t i = 0; i < order.size(); ++i) order[i] = i;
   std::sort(order.begin(), order.end(), [&](size_t a, size_t b) { return KeyLess(keys[a], keys[b]); });
 
   out.values.reserve(order.size());
   if (with_counts) out.counts.reserve(order.size());
-  for (size_t index : order) {
-    out.values.push_back(std::move(seen[index]));
+  for (size_t at : order) {
+    const uint32_t entry = chosen[at];
+    out.values.push_back(entries[entry].value);
     if (with_counts) {
-      try {
-        LowerTrimmedText(out.values.back(), count_key);
-        auto it = counts.find(std::string_view(count_key));
-        out.counts.push_back(it == counts.end() ? 0 : it->second);
-      } catch (const AutomationError& e) {
-        out.last_failure = e.Description();
-        out.counts.push_back(0);
-      }
+      // OccurrenceCount of the value: every record whose text matches its text, trimmed and in lower
+      // case, which is the total of its count key.
+      const std::string* key = key_of[entry];
+      out.counts.push_back(key ? totals.find(std::string_view(*key))->second : 0);
     }
   }
   return out;

@@ -104,11 +104,11 @@ class FieldFinder {
 // its text with "." as the decimal point.
 double SumValue(const Variant& value) {
   switch (value.Type()) {
+    case VarType::Double: return value.AsDouble();
+    case VarType::Long: return value.AsLong();
     case VarType::Byte:
     case VarType::Integer:
-    case VarType::Long:
     case VarType::Single:
-    case VarType::Double:
     case VarType::Currency: return CDbl(value);
     case VarType::Empty: return 0.0;
     case VarType::String: return Val(std::string_view(value.AsString()));
@@ -322,7 +322,7 @@ void SortAndGather(DataLayer& parent, const std::string& criteria_field, bool wi
         sorted[to] = std::move(records[i]);
         if (!place_of.empty()) place_of[i] = static_cast<uint32_t>(to);
       }
-      std::move(sorted.begin(), sorted.end(), records.begin());
+      records.swap(sorted);  // the collection holds exactly the counted records
       rows.text_ids = std::move(text_ids);
       rows.values = std::move(values);
       if (!rows.failures.empty()) {
