@@ -241,13 +241,16 @@ void DataLayer::PublishRefreshToken() {
         exists = LCase(tables->Item(i)->Name()) == kRefreshTable;
       }
       if (!exists) {
-        database->Execute(std::string("CREATE TABLE ") + kRefreshTable + " (Query MEMO, Guid TEXT(32))");
+        // The key makes recordsets over the table updatable; the query text can be longer than a short text.
+        database->Execute(std::string("CREATE TABLE ") + kRefreshTable +
+                          " (id INTEGER PRIMARY KEY AUTOINCREMENT, Query MEMO, Guid TEXT(32))");
       }
       State().refresh_table_checked = true;
     }
     const std::string query = ReplaceText(sql_, "\"", "");
-    auto rows = database->OpenRecordset(std::string("Select Guid, query from ") + kRefreshTable +
-                                        " where query = '" + ReplaceText(query, "'", "''") + "'");
+    const Variant parameters[] = {Variant(query)};
+    auto rows = database->OpenRecordset(std::string("Select id, Guid, query from ") + kRefreshTable + " where query = ?",
+                                        parameters);
     if (rows->EOF_()) {
       rows->AddNew();
       rows->Fields("query")->Value(query);

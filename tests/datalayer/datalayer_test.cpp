@@ -331,3 +331,32 @@ TEST_F(DataLayerCore, AReadOnlyDatabaseRefusesTheSave) {
 
 }  // namespace
 }  // namespace quorbex::test
+
+namespace quorbex::test {
+namespace {
+
+// A DataLayer whose refresh timer is on, as RefreshTimer(True) leaves it.
+class TimedLayer : public DataLayer {
+ public:
+  TimedLayer() { SetRefreshTimerActive(true); }
+};
+
+TEST_F(DataLayerCore, ASaveWithTheRefreshTimerOnPublishesANewToken) {
+  auto layer = std::make_shared<TimedLayer>();
+  layer->SetDatabaseByPath(db_path_);
+  layer->GetRecordset("SELECT * FROM customers WHERE city = \"Wien\"");
+  layer->SetFieldValue("balance", 1);
+  ASSERT_TRUE(layer->Save());
+  const std::string first = layer->RefreshToken();
+  EXPECT_EQ(first.size(), 32u);
+  EXPECT_EQ(DbValue("SELECT Guid FROM sys_quorbexdatalayer_refresh WHERE Query = 'SELECT * FROM customers WHERE city = Wien'")
+                .AsString(),
+            first);
+  layer->SetFieldValue("balance", 2);
+  ASSERT_TRUE(layer->Save());
+  EXPECT_NE(layer->RefreshToken(), first);
+  EXPECT_EQ(CLng(DbValue("SELECT COUNT(*) FROM sys_quorbexdatalayer_refresh")), 1);
+}
+
+}  // namespace
+}  // namespace quorbex::test
