@@ -1,12 +1,14 @@
 // clsAnalyzer::Pivot and PivotCountOnly: summaries of the records by the values of one field, returned
 // as a new virtual table.
 //
-// Pivot sorts the parent's records by the criteria field and then walks them once: a record whose
-// criteria text differs from the one before opens a new result record. Each record's criteria text and
-// values are read once into compact rows (see PivotRows), and the sums of a group are kept as numbers
-// while the group runs and written into its result record when the group ends. That gives the same
-// fields as adding each record's value to the result field one by one, without a lookup by name per
-// record and field, and without walking records that the sort has scattered over the heap.
+// Pivot sorts the parent's records by the criteria field; in that order, a record whose criteria text
+// differs from the one before opens a new result record, and each value field of the result record
+// is the sum of the group's values. The work is split so that no step walks records that a sort has
+// scattered over the heap: the criteria order and texts first (see OrderByCriteria), then the groups
+// from the texts alone, then the sums in one pass over the records in the order they stand in memory,
+// and last the result records, each written once with its final sums. That gives the same fields as
+// adding each record's value to the result field one by one, without a lookup by name per record and
+// field. The memory used besides the result is a few integers per record.
 //
 // PivotCountOnly gathers the distinct values and the count of each in a single pass (see
 // analysis::GatherDistinct), instead of counting the whole table again for every distinct value.
@@ -127,86 +129,55 @@ void FillIds(DataLayer& result, Steps& steps) {
 }
 
 
-// What the summing needs of each record, read once into compact arrays in the order the records
-// stand after the sort: the text of its criteria value, as an id into a table of the distinct texts,
-// and its value fields read as numbers. The summing then walks these arrays front to back instead of
-// records that the sort has scattered over the heap.
-struct PivotRows {
+// The criteria texts of the records in criteria order, each as an id into a table of the distinct
+// texts, and where each record goes in that order.
+struct CriteriaOrder {
   static constexpr uint32_t kNoText = std::numeric_limits<uint32_t>::max();
 
-  explicit PivotRows(const std::vector<std::string>& value_names) : names(value_names) {}
-
-  size_t Count() const noexcept { return text_ids.size(); }
-  size_t Stride() const noexcept { return names.size() + 1; }
-
-  void Clear() {
-    text_ids.clear();
-    values.clear();
-    failures.clear();
-    texts.clear();
-    text_index.clear();
-  }
-
-  // The id of a text in the table of distinct texts, added when new.
+  // The id of a text in the table, added when new.
   uint32_t TextId(std::string_view text) {
-    auto it = text_index.find(text);
-    if (it != text_index.end()) return static_cast<uint32_t>(it->second);
+    auto it = index.find(text);
+    if (it != index.end()) return static_cast<uint32_t>(it->second);
     const auto id = static_cast<uint32_t>(texts.size());
     texts.emplace_back(text);
-    text_index.emplace(texts.back(), static_cast<int32_t>(id));
+    index.emplace(texts.back(), static_cast<int32_t>(id));
     return id;
   }
-
-  // The failure of field j of a row (j == names.size(): the record or its criteria text), or nullptr.
-  const std::string* Failure(size_t row, size_t j) const {
-    if (failures.empty()) return nullptr;
-    auto it = failures.find(row * Stride() + j);
-    return it == failures.end() ? nullptr : &it->second;
-  }
-  void Fail(size_t row, size_t j, const std::exception& e) {
-    const auto* automation = dynamic_cast<const AutomationError*>(&e);
-    failures.insert_or_assign(row * Stride() + j, automation ? automation->Description() : std::string(e.what()));
-  }
-
-  // Reads one record into the next row. `criteria_id`, when not kNoText, is the id of the criteria
-  // text the caller has already read.
-  void Gather(const clsOfflineRecord* record, FieldFinder& criteria, std::vector<FieldFinder>& sources,
-              uint32_t criteria_id = kNoText) {
-    const size_t row = text_ids.size();
-    text_ids.push_back(kNoText);
-    values.resize(values.size() + names.size(), 0.0);
+  // The id of the text FieldValue reads from the criteria field of a record; kNoText with `failure`
+  // set when the record is missing or its value has no text.
+  uint32_t ReadText(const clsOfflineRecord* record, FieldFinder& criteria, std::string& failure) {
     if (!record) {
-      // Neither the criteria nor any value of a missing record can be read.
-      for (size_t j = 0; j <= names.size(); ++j) failures.insert_or_assign(row * Stride() + j, "Subscript out of range");
-      return;
+      failure = "Subscript out of range";
+      return kNoText;
     }
     try {
-      if (criteria_id == kNoText) {
-        const clsOfflineField* field = criteria.In(*record);
-        scratch.clear();
-        if (field) analysis::AppendValueText(scratch, analysis::StoredValue(*field));
-        criteria_id = TextId(scratch);
+      scratch.clear();
+      if (const clsOfflineField* field = criteria.In(*record)) {
+        analysis::AppendValueText(scratch, analysis::StoredValue(*field));
       }
-      text_ids[row] = criteria_id;
+      return TextId(scratch);
+    } catch (const AutomationError& e) {
+      failure = e.Description();
     } catch (const std::exception& e) {
-      Fail(row, names.size(), e);
+      failure = e.what();
     }
-    for (size_t j = 0; j < names.size(); ++j) {
-      try {
-        const clsOfflineField* field = sources[j].In(*record);
-        values[row * names.size() + j] = field ? SumValue(analysis::StoredValue(*field)) : 0.0;
-      } catch (const std::exception& e) {
-        Fail(row, j, e);
-      }
-    }
+    return kNoText;
+  }
+  void Clear() {
+    text_ids.clear();
+    place_of.clear();
+    failures.clear();
+    texts.clear();
+    index.clear();
   }
 
-  const std::vector<std::string>& names;
-  std::vector<uint32_t> text_ids;  // per row; kNoText for a record that could not be read
-  std::vector<double> values;      // row-major, one per value name
-  std::unordered_map<size_t, std::string> failures;
-  std::deque<std::string> texts;   // the distinct criteria texts, by id
-  analysis::TextCounts text_index;  // text -> id
+  std::vector<uint32_t> text_ids;  // by position in criteria order
+  // Where record i of the collection goes, when the records still stand in their old order and the
+  // caller moves them once it has read them; empty when they are sorted already.
+  std::vector<uint32_t> place_of;
+  std::unordered_map<size_t, std::string> failures;  // by position: why its text is missing
+  std::deque<std::string> texts;                     // the distinct texts, by id
+  analysis::TextCounts index;                        // text -> id
   std::string scratch;
 };
 
@@ -240,52 +211,49 @@ bool AsciiSortKey(std::string_view text, std::string& key) {
   return true;
 }
 
-// Sorts the parent's records ascending in text order by the criteria column, as
-// DataLayer::SortRecordset does, and gathers the rows in the sorted order.
+// Orders the parent's records ascending in text order by the criteria column, as
+// DataLayer::SortRecordset does, and reads their criteria texts in that order.
 //
 // When every key is plain (see PlainSortText, AsciiSortKey) and no progress display is wanted, the
-// order is made here: records with equal keys form one bucket, the buckets are ordered by key, and
-// each record goes to the next place of its bucket in the order the records stood. That is the stable
-// sort by key which the recordset's sort gives, made in one pass over the records in their memory
-// order, a sort of the distinct keys, and one pass placing rows and records. Otherwise the recordset
-// sorts, and the rows are gathered from the sorted records.
-void SortAndGather(DataLayer& parent, const std::string& criteria_field, bool with_progress, PivotRows& rows) {
-  FieldFinder criteria(criteria_field);
-  std::vector<FieldFinder> sources;
-  for (const std::string& name : rows.names) sources.emplace_back(name);
-
+// order is worked out here rather than by the recordset: records with equal keys form one bucket, the
+// buckets are ordered by key, and each record goes to the next place of its bucket in the order the
+// records stand. That is the stable sort by key which the recordset's sort gives, found in one pass
+// over the records in their memory order and a sort of the distinct keys; the records are left where
+// they are and `place_of` says where they go. Otherwise the recordset sorts and the texts are read
+// from the sorted records.
+void OrderByCriteria(DataLayer& parent, const std::string& criteria_field, bool with_progress, FieldFinder& criteria,
+                     CriteriaOrder& order) {
   const int32_t column = parent.FieldID(criteria_field);  // reports an unknown name, as the sort does
   auto recordset = parent.GetOfflineRecordset();
   if (!recordset) return;
   const int32_t record_count = recordset->RecordCount();
-  auto& records = recordset->RecordCollection()->Items();
+  const auto& records = recordset->RecordCollection()->Items();
   const size_t count = record_count > 0 ? static_cast<size_t>(record_count) : 0;
 
-  bool fast = !with_progress && column >= 1 && count >= 2 && count == records.size() &&
-              count < std::numeric_limits<uint32_t>::max();
-  if (fast) {
+  bool plain = !with_progress && column >= 1 && count >= 2 && count == records.size() &&
+               count < std::numeric_limits<uint32_t>::max();
+  if (plain) {
     constexpr uint32_t kNoBucket = std::numeric_limits<uint32_t>::max();
-    std::vector<uint32_t> bucket_of_text;  // by text id; kNoBucket for texts that are no sort key
+    std::vector<uint32_t> bucket_of_text;  // by text id; kNoBucket until its key is known
     std::vector<std::string> bucket_keys;
     analysis::TextCounts bucket_index;     // key -> bucket
     std::vector<uint32_t> bucket_of(count);
-    rows.text_ids.reserve(count);
-    rows.values.reserve(count * rows.names.size());
+    std::vector<uint32_t> text_of(count);
     std::string buffer;
     std::string key;
-    for (size_t i = 0; i < count && fast; ++i) {
+    for (size_t i = 0; i < count; ++i) {
       const clsOfflineRecord* record = records[i].get();
       const clsOfflineField* field = record ? record->FieldAt(column) : nullptr;
       std::string_view text;
       if (!field || !PlainSortText(*field, buffer, text)) {
-        fast = false;
+        plain = false;
         break;
       }
-      const uint32_t id = rows.TextId(text);
+      const uint32_t id = order.TextId(text);
       if (id >= bucket_of_text.size()) bucket_of_text.resize(id + 1, kNoBucket);
       if (bucket_of_text[id] == kNoBucket) {
         if (!AsciiSortKey(text, key)) {
-          fast = false;
+          plain = false;
           break;
         }
         auto it = bucket_index.find(std::string_view(key));
@@ -296,46 +264,38 @@ void SortAndGather(DataLayer& parent, const std::string& criteria_field, bool wi
         bucket_of_text[id] = static_cast<uint32_t>(it->second);
       }
       bucket_of[i] = bucket_of_text[id];
-      // The criteria text is the sort field's own text when FieldValue finds that same field.
-      rows.Gather(record, criteria, sources, criteria.In(*record) == field ? id : PivotRows::kNoText);
+      // The criteria text is the sort field's own text, unless FieldValue finds another field.
+      if (criteria.In(*record) == field) {
+        text_of[i] = id;
+      } else {
+        std::string failure;
+        text_of[i] = order.ReadText(record, criteria, failure);
+        if (!failure.empty()) order.failures.emplace(i, std::move(failure));  // re-keyed below
+      }
     }
-    if (fast) {
+    if (plain) {
       std::vector<uint32_t> by_key(bucket_keys.size());
       for (uint32_t b = 0; b < by_key.size(); ++b) by_key[b] = b;
-      std::sort(by_key.begin(), by_key.end(), [&](uint32_t a, uint32_t b) { return bucket_keys[a] < bucket_keys[b]; });
+      std::sort(by_key.begin(), by_key.end(), [&](uint32_t x, uint32_t y) { return bucket_keys[x] < bucket_keys[y]; });
       std::vector<size_t> next(bucket_keys.size(), 0);
       for (uint32_t b : bucket_of) ++next[b];
-      size_t place = 0;
-      for (uint32_t b : by_key) place += std::exchange(next[b], place);
-
-      // Rows and records go to their places in one pass; the writes advance through each bucket's
-      // stretch in turn, so they stay cache-friendly.
-      const size_t width = rows.names.size();
-      std::vector<uint32_t> text_ids(count);
-      std::vector<double> values(count * width);
-      std::vector<std::shared_ptr<clsOfflineRecord>> sorted(count);
-      std::vector<uint32_t> place_of(rows.failures.empty() ? 0 : count);
+      size_t start = 0;
+      for (uint32_t b : by_key) start += std::exchange(next[b], start);
+      order.place_of.resize(count);
+      order.text_ids.resize(count);
       for (size_t i = 0; i < count; ++i) {
-        const size_t to = next[bucket_of[i]]++;
-        text_ids[to] = rows.text_ids[i];
-        for (size_t j = 0; j < width; ++j) values[to * width + j] = rows.values[i * width + j];
-        sorted[to] = std::move(records[i]);
-        if (!place_of.empty()) place_of[i] = static_cast<uint32_t>(to);
+        const auto to = static_cast<uint32_t>(next[bucket_of[i]]++);
+        order.place_of[i] = to;
+        order.text_ids[to] = text_of[i];
       }
-      records.swap(sorted);  // the collection holds exactly the counted records
-      rows.text_ids = std::move(text_ids);
-      rows.values = std::move(values);
-      if (!rows.failures.empty()) {
+      if (!order.failures.empty()) {
         std::unordered_map<size_t, std::string> moved;
-        for (auto& [index, description] : rows.failures) {
-          const size_t row = index / rows.Stride();
-          moved.emplace(place_of[row] * rows.Stride() + index % rows.Stride(), std::move(description));
-        }
-        rows.failures = std::move(moved);
+        for (auto& [i, failure] : order.failures) moved.emplace(order.place_of[i], std::move(failure));
+        order.failures = std::move(moved);
       }
       return;
     }
-    rows.Clear();  // a key that is not plain: start over with the recordset's sort
+    order.Clear();  // a key that is not plain: the recordset sorts after all
   }
 
   try {
@@ -349,11 +309,14 @@ void SortAndGather(DataLayer& parent, const std::string& criteria_field, bool wi
     parent.ErrorStatus(std::string("SortRecordset: ") + e.what());
   }
   const int32_t walked = parent.RecordCount();
+  order.text_ids.reserve(static_cast<size_t>(std::max(walked, 0)));
   for (int32_t i = 1; i <= walked; ++i) {
-    auto record = recordset->Records(i);
-    rows.Gather(record.get(), criteria, sources);
+    std::string failure;
+    order.text_ids.push_back(order.ReadText(recordset->Records(i).get(), criteria, failure));
+    if (!failure.empty()) order.failures.emplace(order.text_ids.size() - 1, std::move(failure));
   }
 }
+
 }  // namespace
 
 std::shared_ptr<DataLayer> clsAnalyzer::Pivot(const std::string& ValueFieldsDividedBySemicolon,
@@ -369,11 +332,10 @@ std::shared_ptr<DataLayer> clsAnalyzer::Pivot(const std::string& ValueFieldsDivi
     names.push_back(std::move(name));
   }
 
-  // Sorting and gathering: afterwards the parent's records stand in criteria order and `rows` holds,
-  // in that order, what the summing needs of each of them.
-  PivotRows rows(names);
+  FieldFinder criteria(CriteriaField);
+  CriteriaOrder order;
   if (parent) {
-    steps.Run([&] { SortAndGather(*parent, CriteriaField, WithProgressBar, rows); });
+    steps.Run([&] { OrderByCriteria(*parent, CriteriaField, WithProgressBar, criteria, order); });
   } else {
     steps.Fail("Object variable or With block variable not set");
   }
@@ -389,75 +351,105 @@ std::shared_ptr<DataLayer> clsAnalyzer::Pivot(const std::string& ValueFieldsDivi
   // One sum per result field: names that SetFieldValue would take to the same field share it, and the
   // criteria field keeps the group's text rather than a sum of it.
   const std::string criteria_key = NameKey(CriteriaField);
-  struct Slot {
-    std::string name;
-    double sum = 0.0;
-    bool has_value = false;
-  };
-  std::vector<Slot> slots;
+  std::vector<std::string> slot_names;
   std::vector<int32_t> slot_of(names.size(), -1);
   for (size_t j = 0; j < names.size(); ++j) {
     const std::string key = NameKey(names[j]);
     if (key == criteria_key) continue;
-    for (size_t s = 0; s < slots.size(); ++s) {
-      if (NameKey(slots[s].name) == key) slot_of[j] = static_cast<int32_t>(s);
+    for (size_t k = 0; k < slot_names.size() && slot_of[j] < 0; ++k) {
+      if (NameKey(slot_names[k]) == key) slot_of[j] = static_cast<int32_t>(k);
     }
     if (slot_of[j] < 0) {
-      slot_of[j] = static_cast<int32_t>(slots.size());
-      slots.push_back(Slot{names[j]});
+      slot_of[j] = static_cast<int32_t>(slot_names.size());
+      slot_names.push_back(names[j]);
     }
   }
-  auto flush = [&] {
-    for (Slot& slot : slots) {
-      if (slot.has_value) result->SetFieldValue(slot.name, Variant(slot.sum));
-      slot.sum = 0.0;
-      slot.has_value = false;
-    }
-  };
+  const size_t slots = slot_names.size();
 
-  const size_t count = rows.Count();
+  // The groups: a record whose criteria text differs from the one before opens a new group. A record
+  // whose text cannot be read opens none; its values count for the group before it, if any.
+  constexpr uint32_t kNoGroup = std::numeric_limits<uint32_t>::max();
+  const size_t count = order.text_ids.size();
   const auto total = static_cast<int32_t>(count);
-  const size_t width = names.size();
   frmProgress progress;
-  uint32_t previous = PivotRows::kNoText;
-  bool in_group = false;
-  for (size_t row = 0; row < count; ++row) {
+  std::vector<uint32_t> group_text;            // the text id of each group
+  std::vector<uint32_t> group_at(count, kNoGroup);  // the group of each position
+  for (size_t position = 0; position < count; ++position) {
     if (WithProgressBar) {
       steps.Run([&] {
-        int32_t position = static_cast<int32_t>(row + 1);
+        int32_t at = static_cast<int32_t>(position + 1);
         int32_t all = total;
-        progress.SetProgress(position, all, kProgressText);
+        progress.SetProgress(at, all, kProgressText);
         progress.Show();
       });
     }
-    const uint32_t current = rows.text_ids[row];
-    if (current == PivotRows::kNoText) {
-      // The record, or the text of its criteria value, could not be read.
-      if (const std::string* failure = rows.Failure(row, width)) steps.Fail(*failure);
-    } else if (!in_group || current != previous) {
-      steps.Run([&] {
-        if (in_group) flush();
-        result->AddNew();
-        previous = current;
-        in_group = true;
-        result->SetFieldValue(CriteriaField, Variant(rows.texts[current]));
-      });
+    const uint32_t text = order.text_ids[position];
+    if (text != CriteriaOrder::kNoText && (group_text.empty() || text != group_text.back())) {
+      group_text.push_back(text);
     }
-    if (!in_group) continue;
-    for (size_t j = 0; j < width; ++j) {
-      if (slot_of[j] < 0) continue;
-      if (const std::string* failure = rows.Failure(row, j)) {
-        steps.Fail(*failure);
-        continue;
+    if (!group_text.empty()) group_at[position] = static_cast<uint32_t>(group_text.size() - 1);
+  }
+
+  // The sums, in one pass over the records as they stand in the collection (their memory order, when
+  // the records have not been moved yet). The last failure in criteria order is the one reported.
+  std::vector<double> sums(group_text.size() * slots, 0.0);
+  std::vector<uint8_t> summed(group_text.size() * slots, 0);
+  bool failed = false;
+  size_t last_failure_at = 0;
+  std::string last_failure;
+  auto remember = [&](size_t position, std::string description) {
+    if (failed && position < last_failure_at) return;
+    failed = true;
+    last_failure_at = position;
+    last_failure = std::move(description);
+  };
+  for (const auto& [position, failure] : order.failures) remember(position, failure);
+  if (parent && count > 0 && slots > 0) {
+    const auto& records = parent->GetOfflineRecordset()->RecordCollection()->Items();
+    std::vector<FieldFinder> sources;
+    for (const std::string& name : names) sources.emplace_back(name);
+    for (size_t i = 0; i < count && i < records.size(); ++i) {
+      const size_t position = order.place_of.empty() ? i : order.place_of[i];
+      const uint32_t group = group_at[position];
+      const clsOfflineRecord* record = records[i].get();
+      if (group == kNoGroup || !record) continue;
+      for (size_t j = 0; j < names.size(); ++j) {
+        if (slot_of[j] < 0) continue;
+        try {
+          const clsOfflineField* field = sources[j].In(*record);
+          const double value = field ? SumValue(analysis::StoredValue(*field)) : 0.0;
+          const size_t at = group * slots + static_cast<size_t>(slot_of[j]);
+          sums[at] += value;
+          summed[at] = 1;
+        } catch (const AutomationError& e) {
+          remember(position, e.Description());
+        } catch (const std::exception& e) {
+          remember(position, e.what());
+        }
       }
-      Slot& slot = slots[static_cast<size_t>(slot_of[j])];
-      slot.sum += rows.values[row * width + j];
-      slot.has_value = true;
     }
   }
-  if (in_group) steps.Run(flush);
+  if (failed) steps.Fail(last_failure);
+
+  // The records move into criteria order once they have been read.
+  if (!order.place_of.empty()) {
+    auto& records = parent->GetOfflineRecordset()->RecordCollection()->Items();
+    std::vector<std::shared_ptr<clsOfflineRecord>> sorted(records.size());
+    for (size_t i = 0; i < records.size(); ++i) sorted[order.place_of[i]] = std::move(records[i]);
+    records.swap(sorted);
+  }
   // The walk leaves the parent's cursor on the last record, as moving to each record in turn does.
   if (parent && count > 0) parent->MoveSpecific(total);
+
+  for (size_t group = 0; group < group_text.size(); ++group) {
+    steps.Run([&] {
+      result->AddNew();
+      result->SetFieldValue(CriteriaField, Variant(order.texts[group_text[group]]));
+      for (size_t k = 0; k < slots; ++k) {
+        if (summed[group * slots + k]) result->SetFieldValue(slot_names[k], Variant(sums[group * slots + k]));
+      }
+    });
+  }
 
   FillIds(*result, steps);
   if (WithProgressBar) progress.Unload();
