@@ -46,7 +46,8 @@ struct TextHash {
   using is_transparent = void;
   size_t operator()(std::string_view text) const noexcept { return std::hash<std::string_view>{}(text); }
 };
-using TextCounts = std::unordered_map<std::string, int32_t, TextHash, std::equal_to<>>;
+// Texts to numbers (counts, ids), searchable without making a std::string.
+using TextMap = std::unordered_map<std::string, int32_t, TextHash, std::equal_to<>>;
 
 // Distinct values of one field over a record collection, in ascending order, and optionally the
 // OccurrenceCount (without MatchCase) of each in the same pass.

@@ -287,7 +287,7 @@ DistinctValues GatherDistinct(const Collection<std::shared_ptr<clsOfflineRecord>
   }
 
   // The count of every count key, from the entries that share it.
-  TextCounts totals;
+  TextMap totals;
   std::vector<const std::string*> key_of(entries.size(), nullptr);
   if (with_counts) {
     for (size_t i = 0; i < entries.size(); ++i) {

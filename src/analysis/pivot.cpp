@@ -177,7 +177,7 @@ struct CriteriaOrder {
   std::vector<uint32_t> place_of;
   std::unordered_map<size_t, std::string> failures;  // by position: why its text is missing
   std::deque<std::string> texts;                     // the distinct texts, by id
-  analysis::TextCounts index;                        // text -> id
+  analysis::TextMap index;                        // text -> id
   std::string scratch;
 };
 
@@ -236,7 +236,7 @@ void OrderByCriteria(DataLayer& parent, const std::string& criteria_field, bool 
     constexpr uint32_t kNoBucket = std::numeric_limits<uint32_t>::max();
     std::vector<uint32_t> bucket_of_text;  // by text id; kNoBucket until its key is known
     std::vector<std::string> bucket_keys;
-    analysis::TextCounts bucket_index;     // key -> bucket
+    analysis::TextMap bucket_index;     // key -> bucket
     std::vector<uint32_t> bucket_of(count);
     std::vector<uint32_t> text_of(count);
     std::string buffer;
