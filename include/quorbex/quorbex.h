@@ -14,6 +14,8 @@
 #include "quorbex/clsOfflineRecord.h"
 #include "quorbex/clsOfflineRecordset.h"
 #include "quorbex/DataLayer.h"
+#include "quorbex/clsAnalyzer.h"
+#include "quorbex/clsFilter.h"
 #include "quorbex/ListControl.h"
 #include "quorbex/Formula.h"
 #include "quorbex/clsPart.h"
