@@ -129,6 +129,88 @@ void FillIds(DataLayer& result, Steps& steps) {
 }
 
 
+// The value fields of a pivot and their sums per group. Names that SetFieldValue would take to the
+// same result field share one sum (a slot); the criteria field has none, it keeps the group's text.
+class GroupSums {
+ public:
+  GroupSums(const std::vector<std::string>& names, const std::string& criteria_field) {
+    const std::string criteria_key = NameKey(criteria_field);
+    slot_of_.assign(names.size(), -1);
+    for (size_t j = 0; j < names.size(); ++j) {
+      sources_.emplace_back(names[j]);
+      const std::string key = NameKey(names[j]);
+      if (key == criteria_key) continue;
+      for (size_t k = 0; k < slot_names_.size() && slot_of_[j] < 0; ++k) {
+        if (NameKey(slot_names_[k]) == key) slot_of_[j] = static_cast<int32_t>(k);
+      }
+      if (slot_of_[j] < 0) {
+        slot_of_[j] = static_cast<int32_t>(slot_names_.size());
+        slot_names_.push_back(names[j]);
+      }
+    }
+  }
+
+  size_t Slots() const noexcept { return slot_names_.size(); }
+  const std::string& SlotName(size_t k) const { return slot_names_[k]; }
+  bool Summed(size_t group, size_t k) const { return summed_[group * Slots() + k] != 0; }
+  double Sum(size_t group, size_t k) const { return sums_[group * Slots() + k]; }
+
+  // Adds the record's value fields, read as numbers, to the sums of `group`. A value that cannot be
+  // read is left out and its failure remembered under `position`.
+  void Add(const clsOfflineRecord& record, size_t group, size_t position) {
+    if (Slots() == 0) return;
+    if ((group + 1) * Slots() > sums_.size()) {
+      sums_.resize((group + 1) * Slots(), 0.0);
+      summed_.resize((group + 1) * Slots(), 0);
+    }
+    for (size_t j = 0; j < slot_of_.size(); ++j) {
+      if (slot_of_[j] < 0) continue;
+      try {
+        const clsOfflineField* field = sources_[j].In(record);
+        const double value = field ? SumValue(analysis::StoredValue(*field)) : 0.0;
+        const size_t at = group * Slots() + static_cast<size_t>(slot_of_[j]);
+        sums_[at] += value;
+        summed_[at] = 1;
+      } catch (const AutomationError& e) {
+        failures_.emplace_back(position, e.Description());
+      } catch (const std::exception& e) {
+        failures_.emplace_back(position, e.what());
+      }
+    }
+  }
+
+  // Puts the groups into a new order: group g becomes the group that was `from[g]`.
+  void Reorder(const std::vector<uint32_t>& from) {
+    std::vector<double> sums(from.size() * Slots(), 0.0);
+    std::vector<uint8_t> summed(from.size() * Slots(), 0);
+    for (size_t g = 0; g < from.size(); ++g) {
+      for (size_t k = 0; k < Slots(); ++k) {
+        const size_t old = from[g] * Slots() + k;
+        if (old >= sums_.size()) continue;
+        sums[g * Slots() + k] = sums_[old];
+        summed[g * Slots() + k] = summed_[old];
+      }
+    }
+    sums_ = std::move(sums);
+    summed_ = std::move(summed);
+  }
+  void Clear() {
+    sums_.clear();
+    summed_.clear();
+    failures_.clear();
+  }
+  // The failures, each under the position it was remembered with.
+  std::vector<std::pair<size_t, std::string>>& Failures() { return failures_; }
+
+ private:
+  std::vector<std::string> slot_names_;
+  std::vector<int32_t> slot_of_;  // per value name; -1 for the criteria field
+  std::vector<FieldFinder> sources_;
+  std::vector<double> sums_;      // group-major, one per slot
+  std::vector<uint8_t> summed_;   // whether anything was added: a sum of nothing stays Empty
+  std::vector<std::pair<size_t, std::string>> failures_;
+};
+
 // The criteria texts of the records in criteria order, each as an id into a table of the distinct
 // texts, and where each record goes in that order.
 struct CriteriaOrder {
@@ -169,16 +251,19 @@ struct CriteriaOrder {
     failures.clear();
     texts.clear();
     index.clear();
+    group_text.clear();
   }
 
   std::vector<uint32_t> text_ids;  // by position in criteria order
   // Where record i of the collection goes, when the records still stand in their old order and the
   // caller moves them once it has read them; empty when they are sorted already.
   std::vector<uint32_t> place_of;
-  std::unordered_map<size_t, std::string> failures;  // by position: why its text is missing
-  std::deque<std::string> texts;                     // the distinct texts, by id
-  analysis::TextMap index;                        // text -> id
+  std::vector<std::pair<size_t, std::string>> failures;  // by position: why its text is missing
+  std::deque<std::string> texts;                         // the distinct texts, by id
+  analysis::TextMap index;                               // text -> id
   std::string scratch;
+  // Set when the groups and their sums were found together with the order: the text of each group.
+  std::vector<uint32_t> group_text;
 };
 
 // The text the recordset's text order sorts a field by, before lower-casing (its Anything as text),
@@ -221,8 +306,13 @@ bool AsciiSortKey(std::string_view text, std::string& key) {
 // over the records in their memory order and a sort of the distinct keys; the records are left where
 // they are and `place_of` says where they go. Otherwise the recordset sorts and the texts are read
 // from the sorted records.
+//
+// The same pass adds each record's values to the sums of its criteria text. When each bucket holds
+// one text only (no two texts differ in letter case alone) and the criteria field is the sorted field,
+// every bucket is one group, and those sums are the groups' sums: `group_text` is set then. Otherwise
+// the sums are dropped and the caller adds the values up group by group.
 void OrderByCriteria(DataLayer& parent, const std::string& criteria_field, bool with_progress, FieldFinder& criteria,
-                     CriteriaOrder& order) {
+                     CriteriaOrder& order, GroupSums& sums) {
   const int32_t column = parent.FieldID(criteria_field);  // reports an unknown name, as the sort does
   auto recordset = parent.GetOfflineRecordset();
   if (!recordset) return;
@@ -236,9 +326,11 @@ void OrderByCriteria(DataLayer& parent, const std::string& criteria_field, bool 
     constexpr uint32_t kNoBucket = std::numeric_limits<uint32_t>::max();
     std::vector<uint32_t> bucket_of_text;  // by text id; kNoBucket until its key is known
     std::vector<std::string> bucket_keys;
-    analysis::TextMap bucket_index;     // key -> bucket
+    std::vector<uint32_t> bucket_texts;    // how many texts share each bucket
+    analysis::TextMap bucket_index;        // key -> bucket
     std::vector<uint32_t> bucket_of(count);
     std::vector<uint32_t> text_of(count);
+    bool one_group_per_bucket = true;
     std::string buffer;
     std::string key;
     for (size_t i = 0; i < count; ++i) {
@@ -260,18 +352,22 @@ void OrderByCriteria(DataLayer& parent, const std::string& criteria_field, bool 
         if (it == bucket_index.end()) {
           it = bucket_index.emplace(key, static_cast<int32_t>(bucket_keys.size())).first;
           bucket_keys.push_back(key);
+          bucket_texts.push_back(0);
         }
         bucket_of_text[id] = static_cast<uint32_t>(it->second);
+        if (++bucket_texts[bucket_of_text[id]] > 1) one_group_per_bucket = false;
       }
       bucket_of[i] = bucket_of_text[id];
       // The criteria text is the sort field's own text, unless FieldValue finds another field.
       if (criteria.In(*record) == field) {
         text_of[i] = id;
       } else {
+        one_group_per_bucket = false;
         std::string failure;
         text_of[i] = order.ReadText(record, criteria, failure);
-        if (!failure.empty()) order.failures.emplace(i, std::move(failure));  // re-keyed below
+        if (!failure.empty()) order.failures.emplace_back(i, std::move(failure));  // re-keyed below
       }
+      if (one_group_per_bucket) sums.Add(*record, id, i);
     }
     if (plain) {
       std::vector<uint32_t> by_key(bucket_keys.size());
@@ -288,14 +384,24 @@ void OrderByCriteria(DataLayer& parent, const std::string& criteria_field, bool 
         order.place_of[i] = to;
         order.text_ids[to] = text_of[i];
       }
-      if (!order.failures.empty()) {
-        std::unordered_map<size_t, std::string> moved;
-        for (auto& [i, failure] : order.failures) moved.emplace(order.place_of[i], std::move(failure));
-        order.failures = std::move(moved);
+      for (auto& [i, failure] : order.failures) i = order.place_of[i];
+      if (one_group_per_bucket) {
+        // Bucket by_key[g] is group g; its one text is the text of its first record.
+        std::vector<uint32_t> text_of_bucket(bucket_keys.size(), 0);
+        for (size_t id = 0; id < bucket_of_text.size(); ++id) {
+          if (bucket_of_text[id] != kNoBucket) text_of_bucket[bucket_of_text[id]] = static_cast<uint32_t>(id);
+        }
+        order.group_text.resize(by_key.size());
+        for (size_t g = 0; g < by_key.size(); ++g) order.group_text[g] = text_of_bucket[by_key[g]];
+        sums.Reorder(order.group_text);  // the sums were kept by text id
+        for (auto& [i, failure] : sums.Failures()) i = order.place_of[i];
+      } else {
+        sums.Clear();
       }
       return;
     }
     order.Clear();  // a key that is not plain: the recordset sorts after all
+    sums.Clear();
   }
 
   try {
@@ -313,7 +419,7 @@ void OrderByCriteria(DataLayer& parent, const std::string& criteria_field, bool 
   for (int32_t i = 1; i <= walked; ++i) {
     std::string failure;
     order.text_ids.push_back(order.ReadText(recordset->Records(i).get(), criteria, failure));
-    if (!failure.empty()) order.failures.emplace(order.text_ids.size() - 1, std::move(failure));
+    if (!failure.empty()) order.failures.emplace_back(order.text_ids.size() - 1, std::move(failure));
   }
 }
 
@@ -334,8 +440,9 @@ std::shared_ptr<DataLayer> clsAnalyzer::Pivot(const std::string& ValueFieldsDivi
 
   FieldFinder criteria(CriteriaField);
   CriteriaOrder order;
+  GroupSums sums(names, CriteriaField);
   if (parent) {
-    steps.Run([&] { OrderByCriteria(*parent, CriteriaField, WithProgressBar, criteria, order); });
+    steps.Run([&] { OrderByCriteria(*parent, CriteriaField, WithProgressBar, criteria, order, sums); });
   } else {
     steps.Fail("Object variable or With block variable not set");
   }
@@ -348,88 +455,54 @@ std::shared_ptr<DataLayer> clsAnalyzer::Pivot(const std::string& ValueFieldsDivi
     result->CreateNewVirtualOfflineTable(description, fields);
   });
 
-  // One sum per result field: names that SetFieldValue would take to the same field share it, and the
-  // criteria field keeps the group's text rather than a sum of it.
-  const std::string criteria_key = NameKey(CriteriaField);
-  std::vector<std::string> slot_names;
-  std::vector<int32_t> slot_of(names.size(), -1);
-  for (size_t j = 0; j < names.size(); ++j) {
-    const std::string key = NameKey(names[j]);
-    if (key == criteria_key) continue;
-    for (size_t k = 0; k < slot_names.size() && slot_of[j] < 0; ++k) {
-      if (NameKey(slot_names[k]) == key) slot_of[j] = static_cast<int32_t>(k);
-    }
-    if (slot_of[j] < 0) {
-      slot_of[j] = static_cast<int32_t>(slot_names.size());
-      slot_names.push_back(names[j]);
-    }
-  }
-  const size_t slots = slot_names.size();
-
-  // The groups: a record whose criteria text differs from the one before opens a new group. A record
-  // whose text cannot be read opens none; its values count for the group before it, if any.
-  constexpr uint32_t kNoGroup = std::numeric_limits<uint32_t>::max();
   const size_t count = order.text_ids.size();
   const auto total = static_cast<int32_t>(count);
   frmProgress progress;
-  std::vector<uint32_t> group_text;            // the text id of each group
-  std::vector<uint32_t> group_at(count, kNoGroup);  // the group of each position
-  for (size_t position = 0; position < count; ++position) {
-    if (WithProgressBar) {
+  if (WithProgressBar) {
+    for (int32_t i = 1; i <= total; ++i) {
       steps.Run([&] {
-        int32_t at = static_cast<int32_t>(position + 1);
+        int32_t position = i;
         int32_t all = total;
-        progress.SetProgress(at, all, kProgressText);
+        progress.SetProgress(position, all, kProgressText);
         progress.Show();
       });
     }
-    const uint32_t text = order.text_ids[position];
-    if (text != CriteriaOrder::kNoText && (group_text.empty() || text != group_text.back())) {
-      group_text.push_back(text);
-    }
-    if (!group_text.empty()) group_at[position] = static_cast<uint32_t>(group_text.size() - 1);
   }
 
-  // The sums, in one pass over the records as they stand in the collection (their memory order, when
-  // the records have not been moved yet). The last failure in criteria order is the one reported.
-  std::vector<double> sums(group_text.size() * slots, 0.0);
-  std::vector<uint8_t> summed(group_text.size() * slots, 0);
-  bool failed = false;
-  size_t last_failure_at = 0;
-  std::string last_failure;
-  auto remember = [&](size_t position, std::string description) {
-    if (failed && position < last_failure_at) return;
-    failed = true;
-    last_failure_at = position;
-    last_failure = std::move(description);
-  };
-  for (const auto& [position, failure] : order.failures) remember(position, failure);
-  if (parent && count > 0 && slots > 0) {
+  if (order.group_text.empty() && count > 0) {
+    // The groups: a record whose criteria text differs from the one before opens a new group. A record
+    // whose text cannot be read opens none; its values count for the group before it, if any.
+    constexpr uint32_t kNoGroup = std::numeric_limits<uint32_t>::max();
+    std::vector<uint32_t> group_at(count, kNoGroup);  // the group of each position
+    for (size_t position = 0; position < count; ++position) {
+      const uint32_t text = order.text_ids[position];
+      if (text != CriteriaOrder::kNoText && (order.group_text.empty() || text != order.group_text.back())) {
+        order.group_text.push_back(text);
+      }
+      if (!order.group_text.empty()) group_at[position] = static_cast<uint32_t>(order.group_text.size() - 1);
+    }
+    // The sums, in one pass over the records as they stand in the collection: their memory order when
+    // they have not been moved yet.
     const auto& records = parent->GetOfflineRecordset()->RecordCollection()->Items();
-    std::vector<FieldFinder> sources;
-    for (const std::string& name : names) sources.emplace_back(name);
     for (size_t i = 0; i < count && i < records.size(); ++i) {
       const size_t position = order.place_of.empty() ? i : order.place_of[i];
-      const uint32_t group = group_at[position];
-      const clsOfflineRecord* record = records[i].get();
-      if (group == kNoGroup || !record) continue;
-      for (size_t j = 0; j < names.size(); ++j) {
-        if (slot_of[j] < 0) continue;
-        try {
-          const clsOfflineField* field = sources[j].In(*record);
-          const double value = field ? SumValue(analysis::StoredValue(*field)) : 0.0;
-          const size_t at = group * slots + static_cast<size_t>(slot_of[j]);
-          sums[at] += value;
-          summed[at] = 1;
-        } catch (const AutomationError& e) {
-          remember(position, e.Description());
-        } catch (const std::exception& e) {
-          remember(position, e.what());
-        }
+      if (group_at[position] != kNoGroup && records[i]) sums.Add(*records[i], group_at[position], position);
+    }
+  }
+
+  // The failure reported is the last one in criteria order, values after their record's text.
+  std::vector<std::pair<size_t, std::string>>* lists[] = {&order.failures, &sums.Failures()};
+  const std::string* last_failure = nullptr;
+  size_t last_at = 0;
+  for (auto* list : lists) {
+    for (const auto& [position, failure] : *list) {
+      if (!last_failure || position >= last_at) {
+        last_at = position;
+        last_failure = &failure;
       }
     }
   }
-  if (failed) steps.Fail(last_failure);
+  if (last_failure) steps.Fail(*last_failure);
 
   // The records move into criteria order once they have been read.
   if (!order.place_of.empty()) {
@@ -441,12 +514,12 @@ std::shared_ptr<DataLayer> clsAnalyzer::Pivot(const std::string& ValueFieldsDivi
   // The walk leaves the parent's cursor on the last record, as moving to each record in turn does.
   if (parent && count > 0) parent->MoveSpecific(total);
 
-  for (size_t group = 0; group < group_text.size(); ++group) {
+  for (size_t group = 0; group < order.group_text.size(); ++group) {
     steps.Run([&] {
       result->AddNew();
-      result->SetFieldValue(CriteriaField, Variant(order.texts[group_text[group]]));
-      for (size_t k = 0; k < slots; ++k) {
-        if (summed[group * slots + k]) result->SetFieldValue(slot_names[k], Variant(sums[group * slots + k]));
+      result->SetFieldValue(CriteriaField, Variant(order.texts[order.group_text[group]]));
+      for (size_t k = 0; k < sums.Slots(); ++k) {
+        if (sums.Summed(group, k)) result->SetFieldValue(sums.SlotName(k), Variant(sums.Sum(group, k)));
       }
     });
   }

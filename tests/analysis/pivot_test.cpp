@@ -162,8 +162,10 @@ TEST_F(PivotTest, FailuresAreReportedAndThePartialTableReturned) {
 TEST_F(PivotTest, SourceOrderAndGroupsMatchSortRecordset) {
   // Keys that differ only in case share a place in the order, so their records keep their order and
   // each change of the exact text opens a group; numbers sort by their text. A non-ASCII key makes the
-  // pivot leave the sorting to the recordset itself; the result must not tell the difference.
+  // pivot leave the sorting to the recordset itself; the result must not tell the difference. The
+  // first pool has one text per key (each key one group), the second texts that differ in case only.
   const std::vector<std::vector<Variant>> pools = {
+      {"b", "a", "ab", " a", "a ", "10", 9, 10, 2.5, -1, "x-1", ""},
       {"b", "A", "a", "B", "ab", " a", "a ", "10", 9, 10, 2.5, -1, "x-1", ""},
       {"b", "A", "\u00d6l", "ol", "Uel", "uel", 3, "a"}};
   std::mt19937 rng(3);
