@@ -4,11 +4,13 @@
 // Pivot sorts the parent's records by the criteria field; in that order, a record whose criteria text
 // differs from the one before opens a new result record, and each value field of the result record
 // is the sum of the group's values. The work is split so that no step walks records that a sort has
-// scattered over the heap: the criteria order and texts first (see OrderByCriteria), then the groups
-// from the texts alone, then the sums in one pass over the records in the order they stand in memory,
-// and last the result records, each written once with its final sums. That gives the same fields as
-// adding each record's value to the result field one by one, without a lookup by name per record and
-// field. The memory used besides the result is a few integers per record.
+// scattered over the heap: the criteria order and texts first, in one pass over the records in the
+// order they stand in memory (see OrderByCriteria), which usually yields the groups' sums as well;
+// where it cannot, the groups from the texts alone and the sums in a second such pass; last the
+// records move into their order and the result records are written, each once with its final sums.
+// That gives the same fields as adding each record's value to the result field one by one, without a
+// lookup by name per record and field. The memory used besides the result is a few integers per
+// record.
 //
 // PivotCountOnly gathers the distinct values and the count of each in a single pass (see
 // analysis::GatherDistinct), instead of counting the whole table again for every distinct value.
