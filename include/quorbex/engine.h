@@ -449,7 +449,7 @@ class DBEngine : public Object {
 
   // Opens an existing database. The backend is chosen by the file's first bytes: "SQLite format 3"
   // opens SQLite; a Jet/ACE file ("Standard Jet DB" / "Standard ACE DB" at offset 4) raises NotSupported
-  // ("Jet/Access database files are not supported yet: '<path>'."). A missing file raises FileNotFound
+  // ("Jet and ACE database files (.mdb, .accdb) are not supported yet: '<path>'."). A missing file raises FileNotFound
   // ("Could not find file '<path>'."); a folder, an empty file or anything else NotADatabase
   // ("Unrecognized database format '<path>'."); a damaged SQLite file NotADatabase as well. Exclusive keeps the file locked against other connections while open; ReadOnly opens it
   // for reading only. Connect is kept for server backends.

@@ -83,7 +83,7 @@ std::shared_ptr<Database> DBEngine::OpenDatabase(const std::string& Name, bool E
   options.password = default_password_;
   if (SqliteBackend().Recognizes(header)) return SqliteBackend().Open(Name, options);
   if (IsJetHeader(header)) {
-    Raise(ErrorKind::NotSupported, "Jet/Access database files are not supported yet: '" + Name + "'.");
+    Raise(ErrorKind::NotSupported, "Jet and ACE database files (.mdb, .accdb) are not supported yet: '" + Name + "'.");
   }
   RaiseNotADatabase(Name);
 }
@@ -120,7 +120,7 @@ void DBEngine::CompactDatabase(const std::string& SrcName, const std::string& Ds
   options.busy_timeout_ms = busy_timeout_ms_;
   if (SqliteBackend().Recognizes(header)) return SqliteBackend().Compact(SrcName, DstName, options);
   if (IsJetHeader(header)) {
-    Raise(ErrorKind::NotSupported, "Jet/Access database files are not supported yet: '" + SrcName + "'.");
+    Raise(ErrorKind::NotSupported, "Jet and ACE database files (.mdb, .accdb) are not supported yet: '" + SrcName + "'.");
   }
   RaiseNotADatabase(SrcName);
 }
