@@ -14,7 +14,7 @@ namespace quorbex {
 namespace {
 
 using offline_internal::NamePool;
-using test::ErrorNumberOf;
+using test::ErrorOf;
 
 // An object with a default value, as a class with a default property has.
 class Labelled : public Object {
@@ -54,7 +54,7 @@ TEST(OfflineField, ObjectsAreStoredOnlyWhenAllowed) {
   EXPECT_EQ(field.varValue.AsLong(), 7);
   field.Value(ObjectRef());  // Nothing
   EXPECT_TRUE(field.varValue.IsEmpty());
-  EXPECT_EQ(ErrorNumberOf([&] { field.Value(std::make_shared<Faulty>()); }), 438);
+  EXPECT_EQ(ErrorOf([&] { field.Value(std::make_shared<Faulty>()); }), 438);
 
   State().allow_store_of_objects = true;
   field.Value(object);

@@ -10,7 +10,7 @@
 namespace quorbex {
 namespace {
 
-using test::ErrorNumberOf;
+using test::ErrorOf;
 
 // A record of `count` fields named "1", "2", ...
 std::shared_ptr<clsOfflineRecord> NumberedRecord(int32_t count) {
@@ -68,19 +68,19 @@ TEST(OfflineRecord, MoveFieldToNewPosKeepsItsAsymmetry) {
 
   // The old count is no position once the field is out: error 5 after the removal.
   record = NumberedRecord(5);
-  EXPECT_EQ(ErrorNumberOf([&] { record->MoveFieldToNewPos(2, 5); }), 5);
+  EXPECT_EQ(ErrorOf([&] { record->MoveFieldToNewPos(2, 5); }), 5);
   EXPECT_EQ(Order(*record), "1,3,4,5");
   EXPECT_EQ(record->FieldCounter(), 5);  // the counter does not notice the lost field
 
   // A target past the end is lowered in the caller's variable, then fails the same way.
   record = NumberedRecord(5);
   from = 1, to = 9;
-  EXPECT_EQ(ErrorNumberOf([&] { record->MoveFieldToNewPos(from, to); }), 5);
+  EXPECT_EQ(ErrorOf([&] { record->MoveFieldToNewPos(from, to); }), 5);
   EXPECT_EQ(to, 5);
 
   // A bad source raises 9 before anything moves.
   record = NumberedRecord(3);
-  for (int32_t bad : {0, 4, -3}) EXPECT_EQ(ErrorNumberOf([&] { record->MoveFieldToNewPos(bad, 1); }), 9);
+  for (int32_t bad : {0, 4, -3}) EXPECT_EQ(ErrorOf([&] { record->MoveFieldToNewPos(bad, 1); }), 9);
   EXPECT_EQ(Order(*record), "1,2,3");
 }
 

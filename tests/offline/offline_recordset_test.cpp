@@ -12,16 +12,8 @@
 namespace quorbex {
 namespace {
 
-using test::ErrorNumberOf;
-
-// A recordset with one record per value, each of one field "Value" holding it.
-std::shared_ptr<clsOfflineRecordset> Table(const std::vector<Variant>& values) {
-  auto rs = std::make_shared<clsOfflineRecordset>();
-  rs->Add(static_cast<int32_t>(values.size()));
-  rs->FieldDim(1, "Value");
-  for (size_t i = 0; i < values.size(); ++i) rs->Records(static_cast<int32_t>(i + 1))->Fields(1)->Value(values[i]);
-  return rs;
-}
+using test::ErrorOf;
+using test::OneFieldRecordset;
 
 std::string Values(const clsOfflineRecordset& rs) {
   std::string text;
@@ -48,12 +40,12 @@ TEST(OfflineRecordset, AddAndRemoveKeepTheCounter) {
 
   // The count may not pass the 32-bit range; nothing is added then.
   rs.SetRecordCount(INT32_MAX - 1);
-  EXPECT_EQ(ErrorNumberOf([&] { rs.Add(2); }), 6);
+  EXPECT_EQ(ErrorOf([&] { rs.Add(2); }), 6);
   EXPECT_EQ(rs.RecordCollection()->Count(), 2);
 }
 
 TEST(OfflineRecordset, RecordCountIsKeptApartFromTheCollection) {
-  auto rs = Table({"a", "b"});
+  auto rs = OneFieldRecordset({"a", "b"});
   rs->RecordCollection()->Add(std::make_shared<clsOfflineRecord>());
   EXPECT_EQ(rs->RecordCount(), 2);
   EXPECT_NE(rs->Records(3), nullptr);  // Records reads the collection
@@ -70,7 +62,7 @@ TEST(OfflineRecordset, RecordCountIsKeptApartFromTheCollection) {
   EXPECT_EQ(rs->RecordCount(), 0);
 
   auto owner = std::make_shared<Object>();
-  rs = Table({"a"});
+  rs = OneFieldRecordset({"a"});
   rs->Tag = "AllowAttach";
   rs->Parent = owner;
   rs->RecordsetIsReadOnly = true;
@@ -135,13 +127,13 @@ TEST(OfflineRecordset, RemoveFieldOnlyRemovesTheLastField) {
   for (int32_t i = 1; i <= 3; ++i) EXPECT_EQ(rs.Records(i)->Fields(rs.Records(i)->FieldCount())->Description, "B");
 
   clsOfflineRecordset empty;
-  EXPECT_EQ(ErrorNumberOf([&] { empty.RemoveField(1); }), 9);
+  EXPECT_EQ(ErrorOf([&] { empty.RemoveField(1); }), 9);
   empty.RecordCollection()->Add(nullptr);
-  EXPECT_EQ(ErrorNumberOf([&] { empty.RemoveField(1); }), 91);
+  EXPECT_EQ(ErrorOf([&] { empty.RemoveField(1); }), 91);
 }
 
 TEST(OfflineRecordset, GetHitRecordsCollectsTheRecordsThemselves) {
-  auto rs = Table({"a", "b", "A", Null, int32_t{5}});
+  auto rs = OneFieldRecordset({"a", "b", "A", Null, int32_t{5}});
   EXPECT_EQ(rs->GetHitRecords(0, "=", "a"), nullptr);
   auto hits = rs->GetHitRecords(1, "=", "a");  // text compare ignores case
   ASSERT_EQ(hits->Count(), 2);
@@ -154,15 +146,15 @@ TEST(OfflineRecordset, GetHitRecordsCollectsTheRecordsThemselves) {
 
   // Errors reach the caller: the comparison's, and a missing field or record.
   rs->SetRecordCount(5);
-  EXPECT_EQ(ErrorNumberOf([&] { rs->GetHitRecords(1, "=", "*"); }), 5);
-  EXPECT_EQ(ErrorNumberOf([&] { rs->GetHitRecords(2, "=", "a"); }), 91);
-  EXPECT_EQ(ErrorNumberOf([&] { rs->GetHitRecords(-1, "=", "a"); }), 91);
+  EXPECT_EQ(ErrorOf([&] { rs->GetHitRecords(1, "=", "*"); }), 5);
+  EXPECT_EQ(ErrorOf([&] { rs->GetHitRecords(2, "=", "a"); }), 91);
+  EXPECT_EQ(ErrorOf([&] { rs->GetHitRecords(-1, "=", "a"); }), 91);
   rs->SetRecordCount(6);
-  EXPECT_EQ(ErrorNumberOf([&] { rs->GetHitRecords(1, "=", "a"); }), 9);
+  EXPECT_EQ(ErrorOf([&] { rs->GetHitRecords(1, "=", "a"); }), 9);
 }
 
 TEST(OfflineRecordset, DeleteOutfilteredRecordsRemovesTheMatches) {
-  auto rs = Table({"x", "y", "x", "z", "x"});
+  auto rs = OneFieldRecordset({"x", "y", "x", "z", "x"});
   rs->DeleteOutfilteredRecords(0, "=", "x");
   EXPECT_EQ(rs->RecordCount(), 5);
   rs->DeleteOutfilteredRecords(1, "=", "x");
@@ -173,7 +165,7 @@ TEST(OfflineRecordset, DeleteOutfilteredRecordsRemovesTheMatches) {
   EXPECT_EQ(rs->RecordCollection()->Count(), 0);
 
   // Records beyond the count stay whatever they hold.
-  rs = Table({int32_t{1}, int32_t{10}, int32_t{2}, int32_t{20}});
+  rs = OneFieldRecordset({int32_t{1}, int32_t{10}, int32_t{2}, int32_t{20}});
   rs->SetRecordCount(3);
   rs->DeleteOutfilteredRecords(1, ">", int32_t{5});
   EXPECT_EQ(Values(*rs), "1,2,20");
@@ -183,23 +175,23 @@ TEST(OfflineRecordset, DeleteOutfilteredRecordsRemovesTheMatches) {
 TEST(OfflineRecordset, DeleteOutfilteredRecordsStopsLikeTheBackwardWalkOnError) {
   // From the back, records 6 (a match) and 5 are tested before record 4, which lacks the field;
   // record 2 would match but is never reached.
-  auto rs = Table({"a", "x", "b", "c", "d", "x"});
+  auto rs = OneFieldRecordset({"a", "x", "b", "c", "d", "x"});
   rs->Records(4)->Remove(1);
-  EXPECT_EQ(ErrorNumberOf([&] { rs->DeleteOutfilteredRecords(1, "=", "x"); }), 91);
+  EXPECT_EQ(ErrorOf([&] { rs->DeleteOutfilteredRecords(1, "=", "x"); }), 91);
   EXPECT_EQ(rs->RecordCount(), 5);
   ASSERT_EQ(rs->RecordCollection()->Count(), 5);
   EXPECT_EQ(rs->Records(2)->Fields(1)->Value().AsString(), "x");
   EXPECT_EQ(rs->Records(5)->Fields(1)->Value().AsString(), "d");
 
   // The comparison's own error for "*" comes at the first record tested: nothing is removed.
-  rs = Table({"a", "b"});
-  EXPECT_EQ(ErrorNumberOf([&] { rs->DeleteOutfilteredRecords(1, "=", "*"); }), 5);
+  rs = OneFieldRecordset({"a", "b"});
+  EXPECT_EQ(ErrorOf([&] { rs->DeleteOutfilteredRecords(1, "=", "*"); }), 5);
   EXPECT_EQ(rs->RecordCount(), 2);
 
   // A count above the collection fails at once, on the missing last record.
   for (int32_t count : {3, INT32_MAX}) {
     rs->SetRecordCount(count);
-    EXPECT_EQ(ErrorNumberOf([&] { rs->DeleteOutfilteredRecords(1, "=", "a"); }), 9);
+    EXPECT_EQ(ErrorOf([&] { rs->DeleteOutfilteredRecords(1, "=", "a"); }), 9);
     EXPECT_EQ(rs->RecordCollection()->Count(), 2);
   }
 }

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "offline_test_util.h"
 #include "quorbex/clsOfflineRecordset.h"
 #include "quorbex/locale.h"
 #include "quorbex/text.h"
@@ -15,14 +16,7 @@
 namespace quorbex {
 namespace {
 
-// A recordset with one record per value, each of one field "Value" holding it.
-std::shared_ptr<clsOfflineRecordset> Table(const std::vector<Variant>& values) {
-  auto rs = std::make_shared<clsOfflineRecordset>();
-  rs->Add(static_cast<int32_t>(values.size()));
-  rs->FieldDim(1, "Value");
-  for (size_t i = 0; i < values.size(); ++i) rs->Records(static_cast<int32_t>(i + 1))->Fields(1)->Value(values[i]);
-  return rs;
-}
+using test::OneFieldRecordset;
 
 std::string Values(const clsOfflineRecordset& rs, int32_t column = 1) {
   std::string text;
@@ -183,22 +177,22 @@ TEST_F(RecordsetSortTest, NumberOrderOfNearlyEqualDoublesFollowsTheirText) {
 }
 
 TEST_F(RecordsetSortTest, TextOrderFollowsTheSortKeys) {
-  auto rs = Table({"b", "A", "a"});
+  auto rs = OneFieldRecordset({"b", "A", "a"});
   rs->RecordsetSort(1, true);
   EXPECT_EQ(Values(*rs), "A,a,b");  // A and a are equal keys and keep their order
 
   // ä and ö sort as "ue": Öl sorts as uel, between uek and uem.
-  rs = Table({"uem", "Öl", "uek", "Ofen"});
+  rs = OneFieldRecordset({"uem", "Öl", "uek", "Ofen"});
   rs->RecordsetSort(1, true);
   EXPECT_EQ(Values(*rs), "Ofen,uek,Öl,uem");
 
   // Numbers sort as texts, a Null as "".
-  rs = Table({10, 9, Null, 100});
+  rs = OneFieldRecordset({10, 9, Null, 100});
   rs->RecordsetSort(1, false, true);
   EXPECT_EQ(Values(*rs), "9,100,10,<null>");
 
   // A set status sorts as its Boolean text, not as the value.
-  rs = Table({"zz", "aa"});
+  rs = OneFieldRecordset({"zz", "aa"});
   rs->Records(1)->Fields(1)->FieldStatus(false);
   rs->RecordsetSort(1, true);
   EXPECT_EQ(Values(*rs), "aa,zz");
@@ -208,22 +202,22 @@ TEST_F(RecordsetSortTest, TextOrderFollowsTheSortKeys) {
 }
 
 TEST_F(RecordsetSortTest, NumberOrderNeverMovesANonNumericValue) {
-  auto rs = Table({"10", "x", "2", "1"});
+  auto rs = OneFieldRecordset({"10", "x", "2", "1"});
   rs->RecordsetSort(1, true, false, true);
   EXPECT_EQ(Values(*rs), "10,x,1,2");
 
-  rs = Table({3, 1, "", 2, Null, 9, 7, "abc", -1, 5});
+  rs = OneFieldRecordset({3, 1, "", 2, Null, 9, 7, "abc", -1, 5});
   rs->RecordsetSort(1, false, true, true);
   EXPECT_EQ(Values(*rs), "3,1,,2,<null>,9,7,abc,5,-1");
 
   // Texts are read by Val: "12abc" is not numeric and holds, "1e3" is a thousand.
-  rs = Table({"1e3", 20, "12abc", 5.5, "5"});
+  rs = OneFieldRecordset({"1e3", 20, "12abc", 5.5, "5"});
   rs->RecordsetSort(1, true, false, true);
   EXPECT_EQ(Values(*rs), "20,1e3,12abc,5,5.5");
 }
 
 TEST_F(RecordsetSortTest, DirectionIsSettledInTheCallersVariables) {
-  auto rs = Table({"b", "a"});
+  auto rs = OneFieldRecordset({"b", "a"});
   bool asc = false, desc = false;
   rs->RecordsetSort(1, asc, desc);
   EXPECT_TRUE(asc);
@@ -240,7 +234,7 @@ TEST_F(RecordsetSortTest, DirectionIsSettledInTheCallersVariables) {
   asc = false;
   desc = false;
   int32_t none = 0;
-  rs = Table({"b", "a"});
+  rs = OneFieldRecordset({"b", "a"});
   rs->RecordsetSort(none, asc, desc);
   EXPECT_TRUE(asc);
   EXPECT_EQ(Values(*rs), "b,a");
@@ -271,19 +265,19 @@ TEST_F(RecordsetSortTest, AShortRecordEndsTheSortInItsFirstPass) {
   EXPECT_EQ(State().error_count, 2);
 
   // A single record is never compared: no error.
-  auto one = Table({"x"});
+  auto one = OneFieldRecordset({"x"});
   one->RecordsetSort(7, true);
   EXPECT_EQ(State().error_count, 2);
 
   // A counter above the collection: the missing records count as short.
-  auto missing = Table({"c", "b", "a"});
+  auto missing = OneFieldRecordset({"c", "b", "a"});
   missing->SetRecordCount(5);
   missing->RecordsetSort(1, true);
   EXPECT_EQ(Values(*missing), "b,a,c");
   EXPECT_EQ(State().error_count, 3);
 
   // A counter below the collection: the records beyond it stay.
-  auto partly = Table({"c", "b", "a"});
+  auto partly = OneFieldRecordset({"c", "b", "a"});
   partly->SetRecordCount(2);
   partly->RecordsetSort(1, true);
   EXPECT_EQ(Values(*partly), "b,c,a");
@@ -348,7 +342,7 @@ TEST_F(RecordsetSortTest, ProgressIsShownWithSortiereAndUnloadedOnlyWhenAskedFor
   });
   std::vector<Variant> values;
   for (int i = 0; i < 1000; ++i) values.emplace_back(Variant((i * 7919) % 1000));
-  auto rs = Table(values);
+  auto rs = OneFieldRecordset(values);
   rs->RecordsetSort(1, true, false, true, false);
   EXPECT_EQ(opened, 0);
 
@@ -373,7 +367,7 @@ TEST_F(RecordsetSortTest, ProgressIsShownWithSortiereAndUnloadedOnlyWhenAskedFor
   // One record: one step, shown and taken away; no records at all likewise.
   for (int32_t size : {1, 0}) {
     *log = {};
-    auto small = Table(std::vector<Variant>(static_cast<size_t>(size), Variant("x")));
+    auto small = OneFieldRecordset(std::vector<Variant>(static_cast<size_t>(size), Variant("x")));
     small->RecordsetSort(1, true, false, false, true);
     EXPECT_EQ(log->steps.size(), 1u);
     EXPECT_EQ(log->unloads, 1);

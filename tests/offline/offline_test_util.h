@@ -1,27 +1,22 @@
 // Helpers shared by the offline model's tests.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <cstdint>
-#include <functional>
+#include <memory>
+#include <vector>
 
-#include "quorbex/errors.h"
+#include "quorbex/clsOfflineRecordset.h"
+#include "support/error_of.h"
 
 namespace quorbex::test {
 
-// The number of the AutomationError `action` raises; 0 when it raises nothing (any other exception
-// fails the test).
-inline int32_t ErrorNumberOf(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const AutomationError& error) {
-    return error.Number();
-  } catch (const std::exception& other) {
-    ADD_FAILURE() << "unexpected exception: " << other.what();
-    return -1;
-  }
-  return 0;
+// A recordset with one record per value, each of one field "Value" holding it.
+inline std::shared_ptr<clsOfflineRecordset> OneFieldRecordset(const std::vector<Variant>& values) {
+  auto rs = std::make_shared<clsOfflineRecordset>();
+  rs->Add(static_cast<int32_t>(values.size()));
+  rs->FieldDim(1, "Value");
+  for (size_t i = 0; i < values.size(); ++i) rs->Records(static_cast<int32_t>(i + 1))->Fields(1)->Value(values[i]);
+  return rs;
 }
 
 }  // namespace quorbex::test

@@ -1,7 +1,11 @@
-// ErrorOf(f): runs `f` and gives the number of the AutomationError it raised, 0 when it raised none.
+// ErrorOf(f): runs `f` and gives the number of the AutomationError it raised, 0 when it raised none
+// (any other exception fails the test).
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
+#include <exception>
 
 #include "quorbex/errors.h"
 
@@ -13,6 +17,9 @@ int32_t ErrorOf(F&& f) {
     f();
   } catch (const AutomationError& e) {
     return e.Number();
+  } catch (const std::exception& other) {
+    ADD_FAILURE() << "unexpected exception: " << other.what();
+    return -1;
   }
   return 0;
 }
