@@ -15,9 +15,12 @@
 #include "quorbex/DataLayer.h"
 #include "service/thread_state.h"
 #include "support/platform_fakes.h"
+#include "support/virtual_table.h"
 
 namespace quorbex {
 namespace {
+
+using test::MakeVirtualTable;
 
 class AnalyzerTest : public ::testing::Test {
  protected:
@@ -33,14 +36,7 @@ class AnalyzerTest : public ::testing::Test {
 
   // A virtual table with the given fields and rows; the values are stored without change marks.
   std::shared_ptr<DataLayer> Table(const std::string& fields, const std::vector<std::vector<Variant>>& rows) {
-    auto layer = std::make_shared<DataLayer>();
-    std::string description = "T";
-    std::string names = fields;
-    layer->CreateNewVirtualOfflineTable(description, names);
-    for (const auto& row : rows) {
-      layer->AddNew();
-      for (size_t i = 0; i < row.size(); ++i) layer->FieldObject("", static_cast<int32_t>(i + 1))->Value(row[i]);
-    }
+    auto layer = MakeVirtualTable(fields, rows, "T");
     layer->ErrorStatus("");
     return layer;
   }

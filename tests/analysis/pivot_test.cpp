@@ -13,9 +13,12 @@
 #include "quorbex/frmProgress.h"
 #include "service/thread_state.h"
 #include "support/platform_fakes.h"
+#include "support/virtual_table.h"
 
 namespace quorbex {
 namespace {
+
+using test::MakeVirtualTable;
 
 class RecordingRenderer : public frmProgress::Renderer {
  public:
@@ -37,14 +40,7 @@ class PivotTest : public ::testing::Test {
   void TearDown() override { State() = ThreadState{}; }
 
   std::shared_ptr<DataLayer> Table(const std::string& fields, const std::vector<std::vector<Variant>>& rows) {
-    auto layer = std::make_shared<DataLayer>();
-    std::string description = "T";
-    std::string names = fields;
-    layer->CreateNewVirtualOfflineTable(description, names);
-    for (const auto& row : rows) {
-      layer->AddNew();
-      for (size_t i = 0; i < row.size(); ++i) layer->FieldObject("", static_cast<int32_t>(i + 1))->Value(row[i]);
-    }
+    auto layer = MakeVirtualTable(fields, rows, "T");
     layer->ErrorStatus("");
     return layer;
   }

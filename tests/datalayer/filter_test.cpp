@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "datalayer/datalayer_fixture.h"
+#include "support/virtual_table.h"
 #include "quorbex/clsFilter.h"
 
 namespace quorbex::test {
@@ -13,13 +14,7 @@ using Filters = DataLayerTest;
 // A virtual table with one record per row, the values stored straight into the fields and the change
 // marks cleared, as if freshly loaded.
 std::shared_ptr<DataLayer> Table(const std::vector<std::vector<Variant>>& rows, std::string fields = "ID;Name;Amount") {
-  auto layer = std::make_shared<DataLayer>();
-  std::string description = "t";
-  layer->CreateNewVirtualOfflineTable(description, fields);
-  for (const auto& row : rows) {
-    layer->AddNew();
-    for (size_t j = 0; j < row.size(); ++j) layer->FieldObject("", static_cast<int32_t>(j + 1))->varValue = row[j];
-  }
+  auto layer = MakeVirtualTable(std::move(fields), rows);
   for (int32_t i = 1; i <= layer->RecordCount(); ++i) layer->GetOfflineRecordset()->Records(i)->NewlyAdded = false;
   layer->MoveFirst();
   return layer;

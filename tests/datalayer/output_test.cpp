@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "datalayer/datalayer_fixture.h"
+#include "support/virtual_table.h"
 #include "platform/environment.h"
 #include "platform/text_viewer.h"
 #include "service/modService.h"
@@ -21,14 +22,7 @@ using Output = DataLayerTest;
 const std::string kGap(96, ' ');
 
 std::shared_ptr<DataLayer> Table(const std::vector<std::vector<Variant>>& rows, std::string fields = "ID;Name;Qty") {
-  auto layer = std::make_shared<DataLayer>();
-  std::string description = "t";
-  layer->CreateNewVirtualOfflineTable(description, fields);
-  for (const auto& row : rows) {
-    layer->AddNew();
-    for (size_t j = 0; j < row.size(); ++j) layer->FieldObject("", static_cast<int32_t>(j + 1))->varValue = row[j];
-  }
-  return layer;
+  return MakeVirtualTable(std::move(fields), rows);
 }
 
 // Records the files it is asked to show, with their content at that moment.

@@ -2,6 +2,7 @@
 #include <vector>
 
 #include "datalayer/datalayer_fixture.h"
+#include "support/virtual_table.h"
 #include "platform/guid.h"
 #include "support/platform_fakes.h"
 
@@ -13,14 +14,7 @@ using VirtualTable = DataLayerTest;
 // A virtual table ID;Name;City with one record per row given, every field written through
 // SetFieldValue and the marks cleared again, as if freshly loaded.
 std::shared_ptr<DataLayer> Table(const std::vector<std::vector<Variant>>& rows, std::string fields = "ID;Name;City") {
-  auto layer = std::make_shared<DataLayer>();
-  std::string description = "people";
-  layer->CreateNewVirtualOfflineTable(description, fields);
-  for (const auto& row : rows) {
-    layer->AddNew();
-    for (size_t j = 0; j < row.size(); ++j) layer->FieldObject("", static_cast<int32_t>(j + 1))->varValue = row[j];
-  }
-  return layer;
+  return MakeVirtualTable(std::move(fields), rows, "people");
 }
 
 std::vector<std::string> Names(const clsOfflineRecord& record) {
