@@ -114,9 +114,11 @@ std::optional<std::string> BackslashUnescape(std::string_view text) {
 
 // ---- Writing ----------------------------------------------------------------------------------------
 
-// Element content: the markup characters as entities ("]]>" cannot arise since ">" is always
-// escaped), CR as a character reference so that the parser's line-end normalisation keeps it.
-void AppendContent(std::string& out, std::string_view text) {
+// Element content, or with `attribute` an attribute value. Both get the markup characters as entities
+// ("]]>" cannot arise since ">" is always escaped) and CR as a character reference so that the
+// parser's line-end normalisation keeps it; an attribute value also gets the quote and the blanks a
+// parser would turn into spaces.
+void AppendEscaped(std::string& out, std::string_view text, bool attribute) {
   size_t run = 0;
   for (size_t i = 0; i < text.size(); ++i) {
     const char* entity;
@@ -125,8 +127,12 @@ void AppendContent(std::string& out, std::string_view text) {
       case '<': entity = "&lt;"; break;
       case '>': entity = "&gt;"; break;
       case '\r': entity = "&#13;"; break;
+      case '"': entity = attribute ? "&quot;" : nullptr; break;
+      case '\n': entity = attribute ? "&#10;" : nullptr; break;
+      case '\t': entity = attribute ? "&#9;" : nullptr; break;
       default: continue;
     }
+    if (entity == nullptr) continue;
     out.append(text.substr(run, i - run));
     out += entity;
     run = i + 1;
@@ -134,27 +140,8 @@ void AppendContent(std::string& out, std::string_view text) {
   out.append(text.substr(run));
 }
 
-// Attribute values: as content, plus the quote and the blanks a parser would turn into spaces.
-void AppendAttributeValue(std::string& out, std::string_view text) {
-  size_t run = 0;
-  for (size_t i = 0; i < text.size(); ++i) {
-    const char* entity;
-    switch (text[i]) {
-      case '&': entity = "&amp;"; break;
-      case '<': entity = "&lt;"; break;
-      case '>': entity = "&gt;"; break;
-      case '"': entity = "&quot;"; break;
-      case '\r': entity = "&#13;"; break;
-      case '\n': entity = "&#10;"; break;
-      case '\t': entity = "&#9;"; break;
-      default: continue;
-    }
-    out.append(text.substr(run, i - run));
-    out += entity;
-    run = i + 1;
-  }
-  out.append(text.substr(run));
-}
+void AppendContent(std::string& out, std::string_view text) { AppendEscaped(out, text, false); }
+void AppendAttributeValue(std::string& out, std::string_view text) { AppendEscaped(out, text, true); }
 
 // ` name="text"`, or the escaped text with ` name-escaped="1"` when XML cannot carry it as it is.
 void AppendTextAttribute(std::string& out, const char* name, std::string_view text) {
