@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "bench_util.h"
+#include "sqlite_baseline.h"
 #include "quorbex/clsOfflineRecordset.h"
 #include "quorbex/engine.h"
 #include "service/open_query.h"
@@ -82,28 +83,7 @@ void Generate(const std::string& path) {
 
 // The lean baseline: every value as the variant of its stored kind.
 std::unique_ptr<std::vector<Variant>> PlainLoop(const std::string& path) {
-  auto cells = std::make_unique<std::vector<Variant>>();
-  sqlite3* db = nullptr;
-  Check(sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr), db);
-  sqlite3_stmt* stmt = nullptr;
-  Check(sqlite3_prepare_v2(db, "SELECT * FROM bench", -1, &stmt, nullptr), db);
-  const int n = sqlite3_column_count(stmt);
-  while (sqlite3_step(stmt) == SQLITE_ROW) {
-    for (int j = 0; j < n; ++j) {
-      switch (sqlite3_column_type(stmt, j)) {
-        case SQLITE_INTEGER: cells->emplace_back(static_cast<long long>(sqlite3_column_int64(stmt, j))); break;
-        case SQLITE_FLOAT: cells->emplace_back(sqlite3_column_double(stmt, j)); break;
-        case SQLITE_TEXT:
-          cells->emplace_back(std::string(reinterpret_cast<const char*>(sqlite3_column_text(stmt, j)),
-                                          static_cast<size_t>(sqlite3_column_bytes(stmt, j))));
-          break;
-        default: cells->emplace_back(quorbex::Null); break;
-      }
-    }
-  }
-  sqlite3_finalize(stmt);
-  sqlite3_close(db);
-  return cells;
+  return quorbex::bench::ReadAllWithSqlite(path, "SELECT * FROM bench");
 }
 
 std::shared_ptr<quorbex::clsOfflineRecordset> LibraryLoad() {

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "bench_util.h"
+#include "sqlite_baseline.h"
 #include "quorbex/DataLayer.h"
 #include "service/thread_state.h"
 
@@ -54,26 +55,7 @@ void Generate(const std::string& path) {
 
 double BaselineLoad(const std::string& path) {
   const double start = quorbex::bench::Seconds();
-  sqlite3* db = nullptr;
-  sqlite3_open(path.c_str(), &db);
-  sqlite3_stmt* stmt = nullptr;
-  sqlite3_prepare_v2(db, "SELECT * FROM bench", -1, &stmt, nullptr);
-  std::vector<Variant> cells;
-  const int columns = sqlite3_column_count(stmt);
-  while (sqlite3_step(stmt) == SQLITE_ROW) {
-    for (int c = 0; c < columns; ++c) {
-      switch (sqlite3_column_type(stmt, c)) {
-        case SQLITE_INTEGER: cells.emplace_back(static_cast<long long>(sqlite3_column_int64(stmt, c))); break;
-        case SQLITE_FLOAT: cells.emplace_back(sqlite3_column_double(stmt, c)); break;
-        case SQLITE_NULL: cells.emplace_back(quorbex::Null); break;
-        default:
-          cells.emplace_back(std::string(reinterpret_cast<const char*>(sqlite3_column_text(stmt, c)),
-                                         static_cast<size_t>(sqlite3_column_bytes(stmt, c))));
-      }
-    }
-  }
-  sqlite3_finalize(stmt);
-  sqlite3_close(db);
+  auto cells = quorbex::bench::ReadAllWithSqlite(path, "SELECT * FROM bench");
   return quorbex::bench::Seconds() - start;
 }
 
