@@ -8,7 +8,6 @@
 #include <unordered_map>
 #include <vector>
 
-#include "datalayer/datalayer_internal.h"
 #include "quorbex/DataLayer.h"
 #include "quorbex/text.h"
 #include "service/clsLog.h"
