@@ -29,6 +29,7 @@
 namespace quorbex {
 
 class clsLog;
+class UnfilteredCopy;
 class clsAnalyzer;
 class ListControl;
 
@@ -278,7 +279,7 @@ class DataLayer : public Object, public std::enable_shared_from_this<DataLayer> 
   std::string refresh_token_;
   // Filters: whether one is active, and the records as they were before the first one.
   bool filter_active_ = false;
-  std::shared_ptr<clsOfflineRecordset> unfiltered_;
+  std::unique_ptr<UnfilteredCopy> unfiltered_;
   std::shared_ptr<clsAnalyzer> analyzer_;
 };
 

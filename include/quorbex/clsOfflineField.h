@@ -115,6 +115,9 @@ class clsOfflineField : public Object {
   // A copy is a full clone: value, name, type, change mark and status pair.
   clsOfflineField(const clsOfflineField& other);
   clsOfflineField& operator=(const clsOfflineField& other);
+  // Moving carries the same; `other` is left fit only to be assigned or destroyed.
+  clsOfflineField(clsOfflineField&& other) noexcept;
+  clsOfflineField& operator=(clsOfflineField&& other) noexcept;
 
   // The stored value itself; Value() reads and writes this same storage (Null stays visible here).
   Variant varValue;

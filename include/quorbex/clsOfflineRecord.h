@@ -46,12 +46,19 @@ class clsOfflineRecord : public Object, public std::enable_shared_from_this<clsO
   // that is not held by a std::shared_ptr the result does not keep the record alive.
   std::shared_ptr<FieldCollectionType> FieldCollection();
   // The number of fields in the collection.
-  int32_t FieldCount() const noexcept;
+  int32_t FieldCount() const noexcept { return fields_.Count(); }
   // The field at 1-based `Index`; nullptr (Nothing) when there is none. Never raises.
   std::shared_ptr<clsOfflineField> Fields(int32_t Index) const noexcept;
   // The field at 1-based `Index` without taking a reference, for the library's own loops; nullptr when
   // there is none. Valid while the record keeps the field.
-  clsOfflineField* FieldAt(int32_t Index) const noexcept;
+  clsOfflineField* FieldAt(int32_t Index) const noexcept {
+    if (Index < 1 || Index > fields_.Count()) return nullptr;
+    return fields_.Items()[static_cast<size_t>(Index - 1)].get();
+  }
+  // True when no pointer to any of the record's fields is held outside the record (the fields of one
+  // Add call count as one group). Pointers to the record itself or to its field collection are not
+  // looked at: ask the record's own std::shared_ptr for those.
+  bool FieldsHeldOnlyHere() const noexcept;
   // Moves one field inside the record. If `NewFieldID` is greater than the field count it is lowered to
   // the count (the caller's variable changes). The field at `CurrentFieldID` is taken out; if
   // `NewFieldID` then equals the number of fields left it is appended, otherwise inserted before

@@ -2,6 +2,7 @@
 #include <exception>
 
 #include "datalayer/datalayer_internal.h"
+#include "datalayer/unfiltered_copy.h"
 #include "platform/environment.h"
 #include "platform/files.h"
 #include "platform/message_box.h"

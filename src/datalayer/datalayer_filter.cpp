@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "datalayer/datalayer_internal.h"
+#include "datalayer/unfiltered_copy.h"
 #include "offline/offline_sort.h"
 #include "quorbex/DataLayer.h"
 #include "quorbex/clsFilter.h"
@@ -49,93 +50,6 @@ void ReleaseInAddressOrder(RecordList& records) {
     std::sort(records.begin(), records.end(), by_address);
   }
   records.clear();
-}
-
-// Lets go of a recordset; when nothing else holds it or its collection, its records go in address order.
-void ReleaseRecordset(std::shared_ptr<clsOfflineRecordset> recordset) {
-  if (!recordset || recordset.use_count() != 1) return;
-  auto records = recordset->RecordCollection();
-  if (records.use_count() == 2) ReleaseInAddressOrder(records->Items());  // the recordset's and ours
-}
-
-// Makes `copy` a full clone of `original`: every field (value, name, type, change mark, status) in one
-// block, and the record's marks.
-void CloneRecord(const clsOfflineRecord& original, clsOfflineRecord& copy) {
-  const int32_t fields = original.FieldCount();
-  copy.Add(fields);
-  for (int32_t j = 1; j <= fields; ++j) *copy.FieldAt(j) = *original.FieldAt(j);
-  copy.HasChanged = original.HasChanged;
-  copy.NewlyAdded = original.NewlyAdded;
-}
-
-// What a first filter does to the recordset: take a copy of it that shares nothing with it (new
-// records, every field cloned, the read-only flag, tag, parent and record count), then remove every
-// counted record whose field `field` satisfies CompareValues(Value, compare_value, op). The result is
-// exactly that of the copy followed by DeleteOutfilteredRecords, made in one sweep that clones and
-// tests each record while it is in the cache. That walk goes from the last record down and stops at
-// the first test that raises; so here, when tests raise, only the matches behind the last of them
-// are removed, and that error is passed on. The removed records go in address order.
-struct CopyResult {
-  std::shared_ptr<clsOfflineRecordset> copy;
-  std::exception_ptr failure;  // the error of the last test that raised, if any
-};
-
-CopyResult CopyAndRemove(clsOfflineRecordset& recordset, int32_t field, const std::string& op,
-                         const Variant& compare_value) {
-  auto copy = std::make_shared<clsOfflineRecordset>();
-  RecordList& records = recordset.RecordCollection()->Items();
-  copy->Add(static_cast<int32_t>(records.size()));
-  const RecordList& clones = copy->RecordCollection()->Items();
-  const int32_t count = recordset.RecordCount();
-  const size_t tested = field != 0 && count > 0 ? static_cast<size_t>(count) : 0;
-
-  static const Variant kEmptyText{std::string()};
-  std::vector<bool> matches(std::min(tested, records.size()), false);
-  std::exception_ptr failure;
-  size_t failed_at = 0;  // one past the last record whose test raised
-  if (tested > records.size()) {
-    // The walk would begin with a record the collection does not hold: nothing is tested or removed.
-    failure = std::make_exception_ptr(AutomationError(errnum::kSubscriptOutOfRange, "DataLayer.Filter",
-                                                      "Subscript out of range"));
-    failed_at = records.size();
-  }
-  for (size_t i = 0; i < records.size(); ++i) {
-    const clsOfflineRecord* record = records[i].get();
-    if (record != nullptr) CloneRecord(*record, *clones[i]);
-    if (i >= matches.size() || failed_at == records.size()) continue;
-    try {
-      const clsOfflineField* cell = record != nullptr ? record->FieldAt(field) : nullptr;
-      if (cell == nullptr) {
-        throw AutomationError(91, "DataLayer.Filter", "Object variable or With block variable not set");
-      }
-      matches[i] = CompareValues(cell->varValue.IsNull() ? kEmptyText : cell->varValue, compare_value, op);
-    } catch (...) {
-      failure = std::current_exception();
-      failed_at = i + 1;
-    }
-  }
-  copy->SetRecordCount(count);
-  copy->RecordsetIsReadOnly = recordset.RecordsetIsReadOnly;
-  copy->Tag = recordset.Tag;
-  copy->Parent = recordset.Parent;
-
-  size_t doomed = 0;
-  for (size_t i = failed_at; i < matches.size(); ++i) doomed += matches[i] ? 1 : 0;
-  RecordList removed;
-  removed.reserve(doomed);
-  size_t next = 0;
-  for (size_t i = 0; i < records.size(); ++i) {
-    if (i >= failed_at && i < matches.size() && matches[i]) {
-      removed.push_back(std::move(records[i]));
-      continue;
-    }
-    if (next != i) records[next] = std::move(records[i]);
-    ++next;
-  }
-  records.erase(records.begin() + static_cast<std::ptrdiff_t>(next), records.end());
-  recordset.SetRecordCount(count - static_cast<int32_t>(doomed));
-  ReleaseInAddressOrder(removed);
-  return {std::move(copy), failure};
 }
 
 // The description an error carries, as it follows the ": " of a message.
@@ -202,9 +116,9 @@ Variant DataLayer::Filter(const std::string& strFieldname, std::string strOperat
     if (!bolAdditionalFilter) {
       unfiltered_.reset();
       if (recordset_) {
-        CopyResult result = CopyAndRemove(*recordset_, field, removal, varCompareValue);
-        unfiltered_ = std::move(result.copy);
-        if (result.failure) std::rethrow_exception(result.failure);
+        std::exception_ptr failure;
+        unfiltered_ = UnfilteredCopy::TakeAndRemove(*recordset_, field, removal, varCompareValue, failure);
+        if (failure) std::rethrow_exception(failure);
       }
     } else if (recordset_) {
       recordset_->DeleteOutfilteredRecords(field, removal, varCompareValue);
@@ -221,11 +135,9 @@ Variant DataLayer::Filter(const std::string& strFieldname, std::string strOperat
 // filter list stays. Always Empty.
 Variant DataLayer::DeleteFilter() {
   if (filter_active_) {
-    std::shared_ptr<clsOfflineRecordset> filtered = std::move(recordset_);
-    recordset_ = std::move(unfiltered_);
-    unfiltered_.reset();
+    std::unique_ptr<UnfilteredCopy> copy = std::move(unfiltered_);
     filter_active_ = false;
-    ReleaseRecordset(std::move(filtered));
+    recordset_ = copy ? copy->Restore(std::move(recordset_)) : nullptr;
   }
   return {};
 }

@@ -96,6 +96,25 @@ clsOfflineField& clsOfflineField::operator=(const clsOfflineField& other) {
   return *this;
 }
 
+clsOfflineField::clsOfflineField(clsOfflineField&& other) noexcept
+    : Object(),
+      varValue(std::move(other.varValue)),
+      Description(std::move(other.Description)),
+      lngFieldType(other.lngFieldType) {
+  HasChanged.bits_ = other.HasChanged.bits_;
+}
+
+clsOfflineField& clsOfflineField::operator=(clsOfflineField&& other) noexcept {
+  if (this != &other) {
+    varValue = std::move(other.varValue);
+    // The same name stays as it is: taking the other's reference would cost two count updates for nothing.
+    if (!Description.SharesStorageWith(other.Description)) Description = std::move(other.Description);
+    HasChanged.bits_ = other.HasChanged.bits_;
+    lngFieldType = other.lngFieldType;
+  }
+  return *this;
+}
+
 Variant clsOfflineField::Anything() const {
   if (IsStatusSet()) return Variant(Status());
   return Value();

@@ -121,6 +121,46 @@ TEST_F(Filters, DeleteFilterBringsBackTheRecordsAsTheyWereBeforeTheFirstFilter) 
   EXPECT_NE(restored->Records(3), rs->Records(1));
 }
 
+TEST_F(Filters, DeleteFilterIgnoresWhatHappensToRecordsAndFieldsWhileFiltered) {
+  auto layer = Amounts();
+  auto rs = layer->GetOfflineRecordset();
+  auto held_kept = rs->Records(3);                  // kept by the filter below, held by the client
+  auto held_removed_field = rs->Records(1)->Fields(2);  // record 1 is removed; the client holds a field
+  int32_t from = 3, to = 9;
+  EXPECT_THROW(rs->Records(5)->MoveFieldToNewPos(from, to), AutomationError);  // 2 fields, counter 3
+  rs.reset();
+
+  layer->Filter("ID", ">", 2, false);  // keeps 2 to 5
+  ASSERT_EQ(Column(*layer), "2,3,4,5");
+  held_kept->FieldAt(2)->varValue = "kept, edited";
+  held_removed_field->varValue = "removed, edited";
+  auto filtered = layer->GetOfflineRecordset();
+  filtered->Records(1)->FieldAt(2)->Description = "Renamed";  // record 2, held by nobody afterwards
+  filtered->Records(1)->FieldAt(2)->FieldStatus(true);
+  filtered->Records(1)->FieldAt(2)->HasChanged = true;
+  filtered->Records(1)->HasChanged = true;
+  filtered->Records(3)->Add(1);  // record 4 gains a field
+  filtered.reset();
+  layer->DeleteFilter();
+
+  auto restored = layer->GetOfflineRecordset();
+  EXPECT_EQ(Column(*layer, 2), "a,b,c,d,e");
+  EXPECT_NE(restored->Records(3), held_kept);
+  EXPECT_EQ(CStr(held_kept->FieldAt(2)->varValue), "kept, edited");
+  EXPECT_NE(restored->Records(1)->Fields(2), held_removed_field);
+  const clsOfflineField& name = *restored->Records(2)->FieldAt(2);
+  EXPECT_EQ(name.Description, "Name");
+  EXPECT_FALSE(name.IsStatusSet());
+  EXPECT_FALSE(name.HasChanged);
+  EXPECT_FALSE(restored->Records(2)->HasChanged);
+  EXPECT_EQ(restored->Records(4)->FieldCount(), 3);
+  // Every record comes back as a deep copy makes it: its field counter counts its fields.
+  for (int32_t i = 1; i <= 5; ++i) {
+    EXPECT_EQ(restored->Records(i)->FieldCounter(), restored->Records(i)->FieldCount()) << i;
+  }
+  EXPECT_EQ(restored->Records(5)->FieldCount(), 2);
+}
+
 TEST_F(Filters, OddStartsAndFailuresChangeNothingOrLeaveSilently) {
   // An additional filter with none active removes without a copy; DeleteFilter then installs no
   // recordset at all.

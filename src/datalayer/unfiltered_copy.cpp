@@ -1,0 +1,198 @@
+#include "datalayer/unfiltered_copy.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "service/modService.h"
+
+namespace quorbex {
+
+namespace {
+
+using RecordList = std::vector<std::shared_ptr<clsOfflineRecord>>;
+
+// True when `record` is the only way to the record: no other reference to it, its field collection or
+// any of its fields, and its field counter agrees with its fields. Such a record cannot be told from a
+// fresh clone of itself, so it may stand in for one.
+bool HeldOnlyHere(const std::shared_ptr<clsOfflineRecord>& record) {
+  return record && record.use_count() == 1 && record->FieldCounter() == record->FieldCount() &&
+         record->FieldsHeldOnlyHere();
+}
+
+// A new record with every field of `original` (value, name, type, change mark, status) and its marks;
+// an empty new record for a missing one.
+std::shared_ptr<clsOfflineRecord> CloneOf(const clsOfflineRecord* original) {
+  auto copy = std::make_shared<clsOfflineRecord>();
+  if (original == nullptr) return copy;
+  const int32_t fields = original->FieldCount();
+  copy->Add(fields);
+  for (int32_t j = 1; j <= fields; ++j) *copy->FieldAt(j) = *original->FieldAt(j);
+  copy->HasChanged = original->HasChanged;
+  copy->NewlyAdded = original->NewlyAdded;
+  return copy;
+}
+
+}  // namespace
+
+std::unique_ptr<UnfilteredCopy> UnfilteredCopy::TakeAndRemove(clsOfflineRecordset& recordset, int32_t field,
+                                                              const std::string& op, const Variant& compare_value,
+                                                              std::exception_ptr& failure) {
+  RecordList& records = recordset.RecordCollection()->Items();
+  const int32_t count = recordset.RecordCount();
+  const size_t tested = field != 0 && count > 0 ? std::min(static_cast<size_t>(count), records.size()) : 0;
+
+  // The copy is built before the recordset changes, so that running out of memory leaves it as it was.
+  auto copy = std::unique_ptr<UnfilteredCopy>(new UnfilteredCopy);
+  copy->entries_.reserve(records.size());
+  copy->snapshots_.reserve(records.size());
+  for (const auto& record : records) {
+    if (record) {
+      // Room for every value; the part that kept records do not use is never touched.
+      copy->values_.reserve(records.size() * static_cast<size_t>(record->FieldCount()));
+      break;
+    }
+  }
+
+  // One pass tests each record and copies it while it is in the cache. Where a test raises, the walk
+  // from the back would have stopped: only the matches behind it count, and the copies of the matches
+  // before it are turned into those of kept records afterwards.
+  static const Variant kEmptyText{std::string()};
+  std::vector<bool> matches(tested, false);
+  size_t failed_at = 0;  // one past the last record whose test raised
+  if (field != 0 && count > 0 && static_cast<size_t>(count) > records.size()) {
+    // The walk would begin with a record the collection does not hold: nothing is tested or removed.
+    failure = std::make_exception_ptr(AutomationError(errnum::kSubscriptOutOfRange, "DataLayer.Filter",
+                                                      "Subscript out of range"));
+    failed_at = tested;
+  }
+  for (size_t i = 0; i < records.size(); ++i) {
+    if (i >= failed_at && i < tested) {
+      try {
+        const clsOfflineField* cell = records[i] ? records[i]->FieldAt(field) : nullptr;
+        if (cell == nullptr) {
+          throw AutomationError(91, "DataLayer.Filter", "Object variable or With block variable not set");
+        }
+        // What Value() returns, without copying the stored value.
+        matches[i] = CompareValues(cell->varValue.IsNull() ? kEmptyText : cell->varValue, compare_value, op);
+      } catch (...) {
+        failure = std::current_exception();
+        failed_at = i + 1;
+      }
+    }
+    if (i >= tested || !matches[i]) {
+      copy->Keep(records[i]);
+    } else if (HeldOnlyHere(records[i])) {
+      copy->entries_.push_back({records[i]});
+    } else {
+      copy->entries_.push_back({CloneOf(records[i].get())});
+    }
+  }
+  size_t doomed = 0;
+  for (size_t i = 0; i < tested; ++i) {
+    if (!matches[i]) continue;
+    if (i >= failed_at) {
+      ++doomed;
+      continue;
+    }
+    // Kept after all: the record stays in the recordset, so the copy needs its snapshot unless it took
+    // a clone, which is a copy of its own.
+    if (copy->entries_[i].record == records[i]) copy->entries_[i].snapshot = copy->Snap(*records[i]);
+    matches[i] = false;
+  }
+  copy->record_count_ = count;
+  copy->read_only_ = recordset.RecordsetIsReadOnly;
+  copy->tag_ = recordset.Tag;
+  copy->parent_ = recordset.Parent;
+
+  // Then the removal, which cannot fail: one compaction.
+  size_t next = 0;
+  for (size_t i = 0; i < records.size(); ++i) {
+    if (i < tested && matches[i]) continue;
+    if (next != i) records[next] = std::move(records[i]);
+    ++next;
+  }
+  records.erase(records.begin() + static_cast<std::ptrdiff_t>(next), records.end());
+  recordset.SetRecordCount(count - static_cast<int32_t>(doomed));
+  return copy;
+}
+
+void UnfilteredCopy::Keep(const std::shared_ptr<clsOfflineRecord>& record) {
+  if (!record) {
+    entries_.push_back({std::make_shared<clsOfflineRecord>()});
+  } else {
+    entries_.push_back({record, Snap(*record)});
+  }
+}
+
+uint32_t UnfilteredCopy::Snap(const clsOfflineRecord& record) {
+  const int32_t count = record.FieldCount();
+  if (!HasLastShape(record)) {
+    shapes_.push_back({templates_.size(), static_cast<uint32_t>(count), record.HasChanged, record.NewlyAdded});
+    for (int32_t j = 1; j <= count; ++j) {
+      templates_.push_back(*record.FieldAt(j));
+      templates_.back().varValue = Variant();
+    }
+  }
+  snapshots_.push_back({values_.size(), static_cast<uint32_t>(shapes_.size() - 1)});
+  for (int32_t j = 1; j <= count; ++j) values_.push_back(record.FieldAt(j)->varValue);
+  return static_cast<uint32_t>(snapshots_.size() - 1);
+}
+
+bool UnfilteredCopy::HasLastShape(const clsOfflineRecord& record) const {
+  if (shapes_.empty()) return false;
+  const Shape& shape = shapes_.back();
+  if (static_cast<int32_t>(shape.field_count) != record.FieldCount() || shape.has_changed != record.HasChanged ||
+      shape.newly_added != record.NewlyAdded) {
+    return false;
+  }
+  for (uint32_t j = 0; j < shape.field_count; ++j) {
+    const clsOfflineField& model = templates_[shape.first_template + j];
+    const clsOfflineField& field = *record.FieldAt(static_cast<int32_t>(j + 1));
+    if (!model.Description.SharesStorageWith(field.Description) || model.lngFieldType != field.lngFieldType ||
+        model.HasChanged != field.HasChanged || model.IsStatusSet() != field.IsStatusSet() ||
+        model.Status() != field.Status()) {
+      return false;
+    }
+  }
+  return true;
+}
+
+std::shared_ptr<clsOfflineRecord> UnfilteredCopy::Rebuild(std::shared_ptr<clsOfflineRecord> record,
+                                                          const Snapshot& snapshot) {
+  const Shape& shape = shapes_[snapshot.shape];
+  const auto count = static_cast<int32_t>(shape.field_count);
+  if (!HeldOnlyHere(record) || record->FieldCount() != count) {
+    record = std::make_shared<clsOfflineRecord>();
+    record->Add(count);
+  }
+  for (int32_t j = 0; j < count; ++j) {
+    clsOfflineField& field = *record->FieldAt(j + 1);
+    field = templates_[shape.first_template + static_cast<size_t>(j)];  // name, type and flags
+    field.varValue = std::move(values_[snapshot.first_value + static_cast<size_t>(j)]);
+  }
+  record->HasChanged = shape.has_changed;
+  record->NewlyAdded = shape.newly_added;
+  return record;
+}
+
+std::shared_ptr<clsOfflineRecordset> UnfilteredCopy::Restore(std::shared_ptr<clsOfflineRecordset> filtered) {
+  auto copy = std::make_shared<clsOfflineRecordset>();
+  RecordList& items = copy->RecordCollection()->Items();
+  items.reserve(entries_.size());
+  // Without the filtered recordset, a kept record that nobody else holds is held by this copy alone.
+  filtered.reset();
+  for (Entry& entry : entries_) {
+    if (entry.snapshot == kNoSnapshot) {
+      items.push_back(std::move(entry.record));
+    } else {
+      items.push_back(Rebuild(std::move(entry.record), snapshots_[entry.snapshot]));
+    }
+  }
+  copy->SetRecordCount(record_count_);
+  copy->RecordsetIsReadOnly = read_only_;
+  copy->Tag = std::move(tag_);
+  copy->Parent = std::move(parent_);
+  return copy;
+}
+
+}  // namespace quorbex
