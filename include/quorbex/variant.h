@@ -25,6 +25,7 @@
 
 #include <compare>
 #include <cstdint>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
@@ -109,7 +110,14 @@ class Variant {
     requires std::is_base_of_v<Object, T>
   Variant(std::shared_ptr<T> o) noexcept : v_(ObjectRef(std::move(o))) {}
 
-  VarType Type() const noexcept;
+  VarType Type() const noexcept {
+    // Follows the order of the alternatives in v_.
+    constexpr VarType kTypes[] = {VarType::Empty,    VarType::Null, VarType::Boolean, VarType::Byte,
+                                  VarType::Integer,  VarType::Long, VarType::Single,  VarType::Double,
+                                  VarType::Currency, VarType::Date, VarType::String,  VarType::Object};
+    static_assert(std::size(kTypes) == std::variant_size_v<decltype(v_)>);
+    return kTypes[v_.index()];
+  }
 
   bool IsEmpty() const noexcept { return v_.index() == 0; }
   bool IsNull() const noexcept { return std::holds_alternative<NullValue>(v_); }

@@ -303,11 +303,19 @@ Variant DataLayer::RemoveMultipleEntries(const std::string& strField) {
       }
     }
 
-    RecordList placed, removed;
+    RecordList placed;
     placed.reserve(records.size() - repeats);
-    removed.reserve(repeats);
-    for (uint32_t position : *order) (repeated[position] ? removed : placed).push_back(std::move(records[position]));
+    for (uint32_t position : *order) {
+      if (!repeated[position]) placed.push_back(std::move(records[position]));
+    }
     for (size_t i = count; i < records.size(); ++i) placed.push_back(std::move(records[i]));
+    // The repeated records are left, and go in the order of their positions, which is mostly the order
+    // they lie in memory.
+    RecordList removed;
+    removed.reserve(repeats);
+    for (size_t i = 0; i < count; ++i) {
+      if (repeated[i]) removed.push_back(std::move(records[i]));
+    }
     records.swap(placed);
     recordset_->SetRecordCount(recordset_->RecordCount() - static_cast<int32_t>(repeats));
     ReleaseInAddressOrder(removed);

@@ -16,6 +16,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -277,17 +278,53 @@ void FirstPassBefore(RecordList& records, size_t stop, int32_t column, bool asce
   }
 }
 
+// The stable order of `keys` when few of them differ, as columns of categories, places or states do:
+// each distinct key is sorted once and the positions are then dealt out by key in their own order, a
+// counting sort. nullopt as soon as more than one key in sixteen turns out to be new: then sorting all
+// of them is the better way, and little was spent on finding that out.
+std::optional<std::vector<uint32_t>> GroupedOrder(const std::vector<std::string>& keys, bool ascending) {
+  const size_t limit = keys.size() / 16;
+  std::unordered_map<std::string_view, uint32_t> group_of_key;
+  std::vector<std::string_view> distinct;
+  std::vector<uint32_t> group(keys.size());
+  for (size_t i = 0; i < keys.size(); ++i) {
+    const auto [it, added] = group_of_key.try_emplace(keys[i], static_cast<uint32_t>(distinct.size()));
+    if (added) {
+      if (distinct.size() == limit) return std::nullopt;
+      distinct.push_back(keys[i]);
+    }
+    group[i] = it->second;
+  }
+  std::vector<uint32_t> ranked(distinct.size());
+  for (uint32_t g = 0; g < ranked.size(); ++g) ranked[g] = g;
+  std::sort(ranked.begin(), ranked.end(), [&](uint32_t a, uint32_t b) {
+    return ascending ? distinct[a] < distinct[b] : distinct[b] < distinct[a];
+  });
+  // Where each group's positions begin in the result.
+  std::vector<size_t> next(distinct.size(), 0);
+  for (uint32_t g : group) ++next[g];
+  size_t start = 0;
+  for (uint32_t g : ranked) start += std::exchange(next[g], start);
+  std::vector<uint32_t> order(keys.size());
+  for (size_t i = 0; i < keys.size(); ++i) order[next[group[i]]++] = static_cast<uint32_t>(i);
+  return order;
+}
+
 // The text order of records 0 to count-1 (which all have the column) as their positions.
 std::vector<uint32_t> TextOrder(const RecordList& records, size_t count, int32_t column, bool ascending,
                                 Progress* progress) {
-  std::vector<TextEntry> entries;
-  entries.reserve(count);
+  std::vector<std::string> keys;
+  keys.reserve(count);
   const size_t step = std::max<size_t>(count / 100, 1);
   for (size_t i = 0; i < count; ++i) {
-    entries.push_back({TextKey(*records[i]->FieldAt(column)), static_cast<uint32_t>(i)});
+    keys.push_back(TextKey(*records[i]->FieldAt(column)));
     if (progress != nullptr && i % step == 0) progress->Done(i + 1);
   }
   if (progress != nullptr) progress->Done(count);
+  if (auto order = GroupedOrder(keys, ascending)) return std::move(*order);
+  std::vector<TextEntry> entries;
+  entries.reserve(count);
+  for (size_t i = 0; i < count; ++i) entries.push_back({std::move(keys[i]), static_cast<uint32_t>(i)});
   StableSortEntries<TextEntry>(entries.begin(), entries.end(), ascending);
   return OrderOf(entries);
 }

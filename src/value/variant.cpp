@@ -147,15 +147,6 @@ Variant::Variant(unsigned int u) noexcept : Variant(IntegerVariant(u)) {}
 Variant::Variant(unsigned long u) noexcept : Variant(IntegerVariant(u)) {}
 Variant::Variant(unsigned long long u) noexcept : Variant(IntegerVariant(u)) {}
 
-VarType Variant::Type() const noexcept {
-  // Follows the order of the alternatives in v_.
-  static constexpr VarType kTypes[] = {VarType::Empty,  VarType::Null,   VarType::Boolean, VarType::Byte,
-                                       VarType::Integer, VarType::Long,  VarType::Single,  VarType::Double,
-                                       VarType::Currency, VarType::Date, VarType::String,  VarType::Object};
-  static_assert(std::size(kTypes) == std::variant_size_v<decltype(v_)>);
-  return kTypes[v_.index()];
-}
-
 bool Variant::IsNumberKind() const noexcept {
   switch (Type()) {
     case VarType::Byte:
@@ -374,6 +365,7 @@ std::optional<std::strong_ordering> Compare(const Variant& a, const Variant& b) 
 }
 
 bool Equals(const Variant& a, const Variant& b) {
+  if (a.IsString() && b.IsString()) return a.AsString() == b.AsString();  // the commonest case, without ordering
   const std::optional<std::strong_ordering> r = Compare(a, b);
   return r.has_value() && *r == std::strong_ordering::equal;
 }
