@@ -134,11 +134,20 @@ Variant DataLayer::Filter(const std::string& strFieldname, std::string strOperat
 // while filtered are lost) and clears the filter-active flag; nothing when no filter is active. The
 // filter list stays. Always Empty.
 Variant DataLayer::DeleteFilter() {
-  if (filter_active_) {
-    std::unique_ptr<UnfilteredCopy> copy = std::move(unfiltered_);
-    filter_active_ = false;
-    recordset_ = copy ? copy->Restore(std::move(recordset_)) : nullptr;
+  if (!filter_active_) return {};
+  if (unfiltered_) {
+    try {
+      recordset_ = unfiltered_->Restore(recordset_);
+    } catch (const std::bad_alloc&) {
+      // Nothing changed: the filter stays active and can be undone later.
+      ErrorStatus("DeleteFilter: Out of memory");
+      return {};
+    }
+  } else {
+    recordset_.reset();
   }
+  unfiltered_.reset();
+  filter_active_ = false;
   return {};
 }
 

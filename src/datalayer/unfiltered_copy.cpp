@@ -1,6 +1,10 @@
 #include "datalayer/unfiltered_copy.h"
 
 #include <algorithm>
+#include <new>
+#include <optional>
+#include <stdexcept>
+#include <unordered_set>
 #include <utility>
 
 #include "service/modService.h"
@@ -11,11 +15,11 @@ namespace {
 
 using RecordList = std::vector<std::shared_ptr<clsOfflineRecord>>;
 
-// True when `record` is the only way to the record: no other reference to it, its field collection or
-// any of its fields, and its field counter agrees with its fields. Such a record cannot be told from a
-// fresh clone of itself, so it may stand in for one.
-bool HeldOnlyHere(const std::shared_ptr<clsOfflineRecord>& record) {
-  return record && record.use_count() == 1 && record->FieldCounter() == record->FieldCount() &&
+// True when nothing reaches the record or its fields but `record` itself and `others` more pointers
+// to the record that the caller knows of, and its field counter agrees with its fields. Once those
+// others are gone the record cannot be told from a fresh clone of itself, so it may stand in for one.
+bool HeldOnlyHere(const std::shared_ptr<clsOfflineRecord>& record, long others = 0) {
+  return record && record.use_count() == 1 + others && record->FieldCounter() == record->FieldCount() &&
          record->FieldsHeldOnlyHere();
 }
 
@@ -46,11 +50,15 @@ std::unique_ptr<UnfilteredCopy> UnfilteredCopy::TakeAndRemove(clsOfflineRecordse
   copy->entries_.reserve(records.size());
   copy->snapshots_.reserve(records.size());
   for (const auto& record : records) {
-    if (record) {
-      // Room for every value; the part that kept records do not use is never touched.
+    if (!record) continue;
+    try {
+      // Room for every value; the part that kept records do not use is never touched. Where that much
+      // address space is not to be had, the values grow as they come.
       copy->values_.reserve(records.size() * static_cast<size_t>(record->FieldCount()));
-      break;
+    } catch (const std::bad_alloc&) {
+    } catch (const std::length_error&) {
     }
+    break;
   }
 
   // One pass tests each record and copies it while it is in the cache. Where a test raises, the walk
@@ -157,36 +165,68 @@ bool UnfilteredCopy::HasLastShape(const clsOfflineRecord& record) const {
   return true;
 }
 
-std::shared_ptr<clsOfflineRecord> UnfilteredCopy::Rebuild(std::shared_ptr<clsOfflineRecord> record,
-                                                          const Snapshot& snapshot) {
+void UnfilteredCopy::Fill(clsOfflineRecord& record, const Snapshot& snapshot) noexcept {
   const Shape& shape = shapes_[snapshot.shape];
-  const auto count = static_cast<int32_t>(shape.field_count);
-  if (!HeldOnlyHere(record) || record->FieldCount() != count) {
-    record = std::make_shared<clsOfflineRecord>();
-    record->Add(count);
+  for (uint32_t j = 0; j < shape.field_count; ++j) {
+    clsOfflineField& field = *record.FieldAt(static_cast<int32_t>(j + 1));
+    field = templates_[shape.first_template + j];  // name, type and flags; the empty value cannot fail
+    field.varValue = std::move(values_[snapshot.first_value + j]);
   }
-  for (int32_t j = 0; j < count; ++j) {
-    clsOfflineField& field = *record->FieldAt(j + 1);
-    field = templates_[shape.first_template + static_cast<size_t>(j)];  // name, type and flags
-    field.varValue = std::move(values_[snapshot.first_value + static_cast<size_t>(j)]);
-  }
-  record->HasChanged = shape.has_changed;
-  record->NewlyAdded = shape.newly_added;
-  return record;
+  record.HasChanged = shape.has_changed;
+  record.NewlyAdded = shape.newly_added;
 }
 
-std::shared_ptr<clsOfflineRecordset> UnfilteredCopy::Restore(std::shared_ptr<clsOfflineRecordset> filtered) {
+std::shared_ptr<clsOfflineRecordset> UnfilteredCopy::Restore(std::shared_ptr<clsOfflineRecordset>& filtered) {
+  // Everything that allocates comes first: running out of memory leaves the filtered recordset and
+  // this copy as they were.
   auto copy = std::make_shared<clsOfflineRecordset>();
   RecordList& items = copy->RecordCollection()->Items();
   items.reserve(entries_.size());
-  // Without the filtered recordset, a kept record that nobody else holds is held by this copy alone.
+
+  // A kept record can take its snapshot back when nothing holds it or its fields but this copy and,
+  // once at most, the filtered recordset that is about to go. Every other kept record is replaced by a
+  // new one now. The filtered records are mostly the kept ones in their order, less those removed
+  // since, so one cursor over them finds each; only a record held twice that the cursor misses (the
+  // filtered records were sorted, say) makes it look them all up.
+  std::shared_ptr<clsOfflineRecordset::RecordCollectionType> collection;
+  const RecordList* filtered_records = nullptr;
+  if (filtered && filtered.use_count() == 1) {
+    collection = filtered->RecordCollection();
+    if (collection.use_count() == 2) filtered_records = &collection->Items();  // the recordset's and this one
+  }
+  size_t cursor = 0;
+  std::optional<std::unordered_set<const clsOfflineRecord*>> members;
+  const auto in_filtered = [&](const std::shared_ptr<clsOfflineRecord>& record) {
+    if (filtered_records == nullptr) return false;
+    if (cursor < filtered_records->size() && (*filtered_records)[cursor] == record) {
+      ++cursor;
+      return true;
+    }
+    if (record.use_count() != 2) return false;  // whether it is there or not, it is held elsewhere too
+    if (!members) {
+      members.emplace(filtered_records->size());
+      for (const auto& held : *filtered_records) members->insert(held.get());
+    }
+    return members->count(record.get()) != 0;
+  };
+  for (Entry& entry : entries_) {
+    if (entry.snapshot == kNoSnapshot) continue;
+    const auto count = static_cast<int32_t>(shapes_[snapshots_[entry.snapshot].shape].field_count);
+    const long others = in_filtered(entry.record) ? 1 : 0;
+    if (!HeldOnlyHere(entry.record, others) || entry.record->FieldCount() != count) {
+      auto fresh = std::make_shared<clsOfflineRecord>();
+      fresh->Add(count);
+      entry.record = std::move(fresh);
+    }
+  }
+
+  // Then nothing can fail. Without the filtered recordset each remaining original is this copy's alone.
+  filtered_records = nullptr;
+  collection.reset();
   filtered.reset();
   for (Entry& entry : entries_) {
-    if (entry.snapshot == kNoSnapshot) {
-      items.push_back(std::move(entry.record));
-    } else {
-      items.push_back(Rebuild(std::move(entry.record), snapshots_[entry.snapshot]));
-    }
+    if (entry.snapshot != kNoSnapshot) Fill(*entry.record, snapshots_[entry.snapshot]);
+    items.push_back(std::move(entry.record));
   }
   copy->SetRecordCount(record_count_);
   copy->RecordsetIsReadOnly = read_only_;

@@ -46,8 +46,9 @@ class UnfilteredCopy {
                                                        std::exception_ptr& failure);
 
   // The records as they were, as a new recordset. `filtered`, the recordset the filter left, is let go
-  // first, so that the records only it held can be restored in place. The copy is spent afterwards.
-  std::shared_ptr<clsOfflineRecordset> Restore(std::shared_ptr<clsOfflineRecordset> filtered);
+  // (reset), so that the records only it held can take their snapshots back; the copy is spent. Raises
+  // std::bad_alloc before either of them changed.
+  std::shared_ptr<clsOfflineRecordset> Restore(std::shared_ptr<clsOfflineRecordset>& filtered);
 
  private:
   static constexpr uint32_t kNoSnapshot = UINT32_MAX;
@@ -78,7 +79,8 @@ class UnfilteredCopy {
   // Takes the snapshot of a record; returns its index.
   uint32_t Snap(const clsOfflineRecord& record);
   bool HasLastShape(const clsOfflineRecord& record) const;
-  std::shared_ptr<clsOfflineRecord> Rebuild(std::shared_ptr<clsOfflineRecord> record, const Snapshot& snapshot);
+  // Writes a snapshot into a record of its shape's field count.
+  void Fill(clsOfflineRecord& record, const Snapshot& snapshot) noexcept;
 
   std::vector<Entry> entries_;
   std::vector<Snapshot> snapshots_;

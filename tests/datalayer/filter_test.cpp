@@ -122,7 +122,7 @@ TEST_F(Filters, DeleteFilterBringsBackTheRecordsAsTheyWereBeforeTheFirstFilter) 
 }
 
 TEST_F(Filters, DeleteFilterIgnoresWhatHappensToRecordsAndFieldsWhileFiltered) {
-  auto layer = Amounts();
+  auto layer = Table({{1, "a", 50}, {2, "b", 100}, {3, "c", 150}, {4, "d", 100}, {5, "e", Null}, {6, "f", 1}});
   auto rs = layer->GetOfflineRecordset();
   auto held_kept = rs->Records(3);                  // kept by the filter below, held by the client
   auto held_removed_field = rs->Records(1)->Fields(2);  // record 1 is removed; the client holds a field
@@ -130,8 +130,8 @@ TEST_F(Filters, DeleteFilterIgnoresWhatHappensToRecordsAndFieldsWhileFiltered) {
   EXPECT_THROW(rs->Records(5)->MoveFieldToNewPos(from, to), AutomationError);  // 2 fields, counter 3
   rs.reset();
 
-  layer->Filter("ID", ">", 2, false);  // keeps 2 to 5
-  ASSERT_EQ(Column(*layer), "2,3,4,5");
+  layer->Filter("ID", ">", 2, false);  // keeps 2 to 6
+  ASSERT_EQ(Column(*layer), "2,3,4,5,6");
   held_kept->FieldAt(2)->varValue = "kept, edited";
   held_removed_field->varValue = "removed, edited";
   auto filtered = layer->GetOfflineRecordset();
@@ -139,12 +139,15 @@ TEST_F(Filters, DeleteFilterIgnoresWhatHappensToRecordsAndFieldsWhileFiltered) {
   filtered->Records(1)->FieldAt(2)->FieldStatus(true);
   filtered->Records(1)->FieldAt(2)->HasChanged = true;
   filtered->Records(1)->HasChanged = true;
-  filtered->Records(3)->Add(1);  // record 4 gains a field
+  filtered->Records(5)->Remove(3);  // record 6 loses a field
+  auto held_filtered_out = filtered->Records(3);  // record 4, which an additional filter then removes
   filtered.reset();
+  layer->Filter("ID", "<>", 4, true);
+  held_filtered_out->FieldAt(2)->varValue = "out, edited";
   layer->DeleteFilter();
 
   auto restored = layer->GetOfflineRecordset();
-  EXPECT_EQ(Column(*layer, 2), "a,b,c,d,e");
+  EXPECT_EQ(Column(*layer, 2), "a,b,c,d,e,f");
   EXPECT_NE(restored->Records(3), held_kept);
   EXPECT_EQ(CStr(held_kept->FieldAt(2)->varValue), "kept, edited");
   EXPECT_NE(restored->Records(1)->Fields(2), held_removed_field);
@@ -153,9 +156,10 @@ TEST_F(Filters, DeleteFilterIgnoresWhatHappensToRecordsAndFieldsWhileFiltered) {
   EXPECT_FALSE(name.IsStatusSet());
   EXPECT_FALSE(name.HasChanged);
   EXPECT_FALSE(restored->Records(2)->HasChanged);
-  EXPECT_EQ(restored->Records(4)->FieldCount(), 3);
+  EXPECT_EQ(restored->Records(6)->FieldCount(), 3);
+  EXPECT_NE(restored->Records(4), held_filtered_out);
   // Every record comes back as a deep copy makes it: its field counter counts its fields.
-  for (int32_t i = 1; i <= 5; ++i) {
+  for (int32_t i = 1; i <= 6; ++i) {
     EXPECT_EQ(restored->Records(i)->FieldCounter(), restored->Records(i)->FieldCount()) << i;
   }
   EXPECT_EQ(restored->Records(5)->FieldCount(), 2);
