@@ -10,6 +10,7 @@
 
 #include "quorbex/errors.h"
 #include "quorbex/locale.h"
+#include "value/number_text.h"
 
 namespace quorbex {
 
@@ -101,13 +102,6 @@ std::string MarkText(std::string_view s) {
   return out;
 }
 
-// Round half to even, as the 32-bit conversion of the runtime does.
-double RoundHalfEven(double x) noexcept {
-  double r = std::round(x);
-  if (std::fabs(x - std::trunc(x)) == 0.5) r = 2.0 * std::round(x / 2.0);
-  return r;
-}
-
 // The text of a computed part: the shortest text that reads back as the same double.
 std::string NumberText(double value, char decimal) {
   std::array<char, 64> buf{};
@@ -148,7 +142,7 @@ double ApplyModifier(std::string_view name, double x) {
 double RoundToFraction(double x, int digits) {
   const double scale = digits == 0 ? 1.0 : digits == 1 ? 10.0 : 100.0;
   const double whole = std::trunc(x);
-  const double fraction = RoundHalfEven((x - whole) * scale) / scale;
+  const double fraction = detail::RoundHalfEven((x - whole) * scale) / scale;
   return whole + fraction;
 }
 

@@ -3,6 +3,7 @@
 #include "platform/progress_renderer.h"
 #include "quorbex/errors.h"
 #include "quorbex/frmProgress.h"
+#include "value/number_text.h"
 
 namespace quorbex {
 
@@ -10,12 +11,6 @@ namespace {
 
 // One pixel at the usual 96 dpi; finer changes of the bar are not worth a redraw.
 constexpr double kTwipsPerPixel = 15.0;
-
-double RoundHalfEven(double x) noexcept {
-  double r = std::round(x);
-  if (std::fabs(x - std::trunc(x)) == 0.5) r = 2.0 * std::round(x / 2.0);
-  return r;
-}
 
 }  // namespace
 
@@ -40,7 +35,7 @@ void frmProgress::SetProgress(ByRef<int32_t> position, ByRef<int32_t> total, con
   // the same way.
   const double width = kBarWidth / tot * pos;
   if (width < 0) throw AutomationError(380, "Quorbex DataLayer", "Invalid property value");
-  const double percent = RoundHalfEven(static_cast<double>(pos) / tot * 100.0);
+  const double percent = detail::RoundHalfEven(static_cast<double>(pos) / tot * 100.0);
 
   progress_.Width = width;
   if (description_.Caption != description) {

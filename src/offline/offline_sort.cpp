@@ -26,6 +26,7 @@
 #include "quorbex/clsOfflineRecordset.h"
 #include "quorbex/frmProgress.h"
 #include "quorbex/locale.h"
+#include "value/number_text.h"
 #include "service/modService.h"
 
 namespace quorbex {
@@ -39,12 +40,6 @@ constexpr const char* kShortRecordText = "Sortrecordset: FieldColumn Index is hi
 
 // ---- Progress ------------------------------------------------------------------------------------
 
-double RoundHalfEven(double x) noexcept {
-  double r = std::round(x);
-  if (std::fabs(x - std::trunc(x)) == 0.5) r = 2.0 * std::round(x / 2.0);
-  return r;
-}
-
 // The default display: the labels of the progress window, drawn by the installed renderer. The window
 // model itself lives above this module, so its arithmetic (bar width, percentage rounded half to even)
 // is repeated here.
@@ -57,8 +52,8 @@ class RendererDisplay final : public clsOfflineRecordset::SortProgress {
     frmProgress::Label bar, text, percent;
     bar.Width = frmProgress::kBarWidth / total * position;
     text.Caption = description;
-    percent.Caption =
-        std::to_string(static_cast<int64_t>(RoundHalfEven(static_cast<double>(position) / total * 100.0))) + "%";
+    const double percent_value = detail::RoundHalfEven(static_cast<double>(position) / total * 100.0);
+    percent.Caption = std::to_string(static_cast<int64_t>(percent_value)) + "%";
     try {
       renderer_->Draw(bar, text, percent);
     } catch (...) {

@@ -327,6 +327,12 @@ DecimalDigits SignificantDigits(double value) {
   return result;
 }
 
+double RoundHalfEven(double x) noexcept {
+  double r = std::round(x);
+  if (std::fabs(x - std::trunc(x)) == 0.5) r = 2.0 * std::round(x / 2.0);
+  return r;
+}
+
 int64_t DivideRoundHalfEven(int64_t value, int power) {
   int64_t divisor = 1;
   for (int k = 0; k < power; ++k) divisor *= 10;

@@ -40,6 +40,10 @@ struct DecimalDigits {
 };
 DecimalDigits SignificantDigits(double value);
 
+// `x` rounded to a whole number, halves to the even neighbour (2.5 is 2, 3.5 is 4, -0.5 is -0), as
+// the runtime's conversions round; independent of the rounding mode the process may have set.
+double RoundHalfEven(double x) noexcept;
+
 // Divides by 10^power (0 <= power <= 18), rounding half to even.
 int64_t DivideRoundHalfEven(int64_t value, int power);
 

@@ -67,10 +67,10 @@ double ToDouble(const Variant& input) {
   Raise(errnum::kTypeMismatch);
 }
 
-// Rounds half to even (the FPU's default mode) and checks the range of the target integer.
+// Rounds half to even and checks the range of the target integer.
 template <class Int>
 Int RoundToInteger(double d) {
-  const double r = std::nearbyint(d);
+  const double r = detail::RoundHalfEven(d);
   if (!(r >= static_cast<double>(std::numeric_limits<Int>::min()) &&
         r <= static_cast<double>(std::numeric_limits<Int>::max()))) {
     Raise(errnum::kOverflow);
