@@ -37,6 +37,7 @@ class clsOfflineRecordset : public Object {
   using RecordCollectionType = Collection<std::shared_ptr<clsOfflineRecord>>;
 
   clsOfflineRecordset();
+  ~clsOfflineRecordset() override;
   clsOfflineRecordset(const clsOfflineRecordset&) = delete;
   clsOfflineRecordset& operator=(const clsOfflineRecordset&) = delete;
 

@@ -14,6 +14,7 @@
 #include "datalayer/datalayer_internal.h"
 #include "datalayer/unfiltered_copy.h"
 #include "offline/offline_sort.h"
+#include "offline/record_release.h"
 #include "quorbex/DataLayer.h"
 #include "quorbex/clsFilter.h"
 #include "quorbex/text.h"
@@ -40,17 +41,6 @@ std::string MirroredOperator(const std::string& op) {
 }
 
 using RecordList = std::vector<std::shared_ptr<clsOfflineRecord>>;
-
-// Drops records in the order of their addresses. Records live in memory in the order they were made;
-// freeing a million of them in a sorted, that is scattered, order costs the allocator over ten times
-// as much as freeing them front to back.
-void ReleaseInAddressOrder(RecordList& records) {
-  const auto by_address = [](const auto& a, const auto& b) { return a.get() < b.get(); };
-  if (!std::is_sorted(records.begin(), records.end(), by_address)) {
-    std::sort(records.begin(), records.end(), by_address);
-  }
-  records.clear();
-}
 
 // The description an error carries, as it follows the ": " of a message.
 std::string Describe(const std::exception& error) {
@@ -327,7 +317,7 @@ Variant DataLayer::RemoveMultipleEntries(const std::string& strField) {
     }
     records.swap(placed);
     recordset_->SetRecordCount(recordset_->RecordCount() - static_cast<int32_t>(repeats));
-    ReleaseInAddressOrder(removed);
+    offline_internal::ReleaseInAddressOrder(removed);
   } catch (const std::exception& e) {
     ErrorStatus("RemoveMultipleEntries: " + Describe(e));
   }

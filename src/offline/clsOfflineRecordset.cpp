@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "offline/offline_errors.h"
+#include "offline/record_release.h"
 #include "platform/message_box.h"
 #include "service/modService.h"
 
@@ -23,6 +24,8 @@ constexpr const char* kFieldDimMessage =
 }  // namespace
 
 clsOfflineRecordset::clsOfflineRecordset() : records_(std::make_shared<RecordCollectionType>()) {}
+
+clsOfflineRecordset::~clsOfflineRecordset() { offline_internal::ReleaseInAddressOrder(records_); }
 
 namespace {
 
@@ -60,7 +63,9 @@ std::shared_ptr<clsOfflineRecordset::RecordCollectionType> clsOfflineRecordset::
 }
 
 void clsOfflineRecordset::OverwriteRecordCollection(std::shared_ptr<RecordCollectionType> RecordCollection) {
-  records_ = RecordCollection ? std::move(RecordCollection) : std::make_shared<RecordCollectionType>();
+  auto replacement = RecordCollection ? std::move(RecordCollection) : std::make_shared<RecordCollectionType>();
+  if (replacement != records_) offline_internal::ReleaseInAddressOrder(records_);
+  records_ = std::move(replacement);
   record_count_ = records_->Count();
 }
 
@@ -140,7 +145,9 @@ Variant clsOfflineRecordset::FieldDim(int32_t lngNumberOfFields, const std::stri
 int32_t clsOfflineRecordset::RecordCount() const noexcept { return record_count_; }
 
 void clsOfflineRecordset::Destroy() {
-  records_ = std::make_shared<RecordCollectionType>();
+  auto empty = std::make_shared<RecordCollectionType>();
+  offline_internal::ReleaseInAddressOrder(records_);
+  records_ = std::move(empty);
   record_count_ = 0;
 }
 
