@@ -134,7 +134,7 @@ void UnfilteredCopy::Keep(const std::shared_ptr<clsOfflineRecord>& record) {
 
 uint32_t UnfilteredCopy::Snap(const clsOfflineRecord& record) {
   const int32_t count = record.FieldCount();
-  if (!HasLastShape(record)) {
+  if (shapes_.empty() || !HasShape(record, shapes_.back())) {
     shapes_.push_back({templates_.size(), static_cast<uint32_t>(count), record.HasChanged, record.NewlyAdded});
     for (int32_t j = 1; j <= count; ++j) {
       templates_.push_back(*record.FieldAt(j));
@@ -146,9 +146,7 @@ uint32_t UnfilteredCopy::Snap(const clsOfflineRecord& record) {
   return static_cast<uint32_t>(snapshots_.size() - 1);
 }
 
-bool UnfilteredCopy::HasLastShape(const clsOfflineRecord& record) const {
-  if (shapes_.empty()) return false;
-  const Shape& shape = shapes_.back();
+bool UnfilteredCopy::HasShape(const clsOfflineRecord& record, const Shape& shape) const {
   if (static_cast<int32_t>(shape.field_count) != record.FieldCount() || shape.has_changed != record.HasChanged ||
       shape.newly_added != record.NewlyAdded) {
     return false;
@@ -165,29 +163,25 @@ bool UnfilteredCopy::HasLastShape(const clsOfflineRecord& record) const {
   return true;
 }
 
-void UnfilteredCopy::Fill(clsOfflineRecord& record, const Snapshot& snapshot) noexcept {
-  const Shape& shape = shapes_[snapshot.shape];
-  for (uint32_t j = 0; j < shape.field_count; ++j) {
-    clsOfflineField& field = *record.FieldAt(static_cast<int32_t>(j + 1));
-    field = templates_[shape.first_template + j];  // name, type and flags; the empty value cannot fail
-    field.varValue = std::move(values_[snapshot.first_value + j]);
+void UnfilteredCopy::SwapValues(clsOfflineRecord& record, const Snapshot& snapshot) noexcept {
+  const uint32_t count = shapes_[snapshot.shape].field_count;
+  for (uint32_t j = 0; j < count; ++j) {
+    std::swap(record.FieldAt(static_cast<int32_t>(j + 1))->varValue, values_[snapshot.first_value + j]);
   }
-  record.HasChanged = shape.has_changed;
-  record.NewlyAdded = shape.newly_added;
 }
 
 std::shared_ptr<clsOfflineRecordset> UnfilteredCopy::Restore(std::shared_ptr<clsOfflineRecordset>& filtered) {
-  // Everything that allocates comes first: running out of memory leaves the filtered recordset and
-  // this copy as they were.
   auto copy = std::make_shared<clsOfflineRecordset>();
   RecordList& items = copy->RecordCollection()->Items();
   items.reserve(entries_.size());
+  RecordList fresh(snapshots_.size());  // the new records that replace kept ones, by snapshot
 
-  // A kept record can take its snapshot back when nothing holds it or its fields but this copy and,
-  // once at most, the filtered recordset that is about to go. Every other kept record is replaced by a
-  // new one now. The filtered records are mostly the kept ones in their order, less those removed
-  // since, so one cursor over them finds each; only a record held twice that the cursor misses (the
-  // filtered records were sorted, say) makes it look them all up.
+  // A kept record can take its snapshot back when it still has its shape (names, types and marks) and
+  // nothing holds it or its fields but this copy and, once at most, the filtered recordset that is
+  // about to go. Every other kept record is replaced by a new one. The filtered records are mostly the
+  // kept ones in their order, less those removed since, so one cursor over them finds each; only a
+  // record held twice that the cursor misses (the filtered records were sorted, say) makes it look
+  // them all up.
   std::shared_ptr<clsOfflineRecordset::RecordCollectionType> collection;
   const RecordList* filtered_records = nullptr;
   if (filtered && filtered.use_count() == 1) {
@@ -209,24 +203,50 @@ std::shared_ptr<clsOfflineRecordset> UnfilteredCopy::Restore(std::shared_ptr<cls
     }
     return members->count(record.get()) != 0;
   };
-  for (Entry& entry : entries_) {
-    if (entry.snapshot == kNoSnapshot) continue;
-    const auto count = static_cast<int32_t>(shapes_[snapshots_[entry.snapshot].shape].field_count);
-    const long others = in_filtered(entry.record) ? 1 : 0;
-    if (!HeldOnlyHere(entry.record, others) || entry.record->FieldCount() != count) {
-      auto fresh = std::make_shared<clsOfflineRecord>();
-      fresh->Add(count);
-      entry.record = std::move(fresh);
+
+  // The values change places with the snapshot's, in one pass while each record is in the cache. The
+  // filtered recordset still exists meanwhile, so running out of memory puts every value back and
+  // leaves the filtered recordset and this copy as they were.
+  size_t done = 0;
+  try {
+    for (; done < entries_.size(); ++done) {
+      const Entry& entry = entries_[done];
+      if (entry.snapshot == kNoSnapshot) continue;
+      const Snapshot& snapshot = snapshots_[entry.snapshot];
+      const Shape& shape = shapes_[snapshot.shape];
+      const long others = in_filtered(entry.record) ? 1 : 0;
+      if (HeldOnlyHere(entry.record, others) && HasShape(*entry.record, shape)) {
+        SwapValues(*entry.record, snapshot);
+        continue;
+      }
+      auto record = std::make_shared<clsOfflineRecord>();
+      record->Add(static_cast<int32_t>(shape.field_count));
+      for (uint32_t j = 0; j < shape.field_count; ++j) {
+        *record->FieldAt(static_cast<int32_t>(j + 1)) = templates_[shape.first_template + j];
+      }
+      record->HasChanged = shape.has_changed;
+      record->NewlyAdded = shape.newly_added;
+      SwapValues(*record, snapshot);
+      fresh[entry.snapshot] = std::move(record);
     }
+  } catch (...) {
+    for (size_t k = 0; k < done; ++k) {
+      const Entry& entry = entries_[k];
+      if (entry.snapshot == kNoSnapshot) continue;
+      clsOfflineRecord& holder = fresh[entry.snapshot] ? *fresh[entry.snapshot] : *entry.record;
+      SwapValues(holder, snapshots_[entry.snapshot]);
+    }
+    throw;
   }
 
-  // Then nothing can fail. Without the filtered recordset each remaining original is this copy's alone.
+  // Nothing can fail from here on. Without the filtered recordset each remaining original is this
+  // copy's alone.
   filtered_records = nullptr;
   collection.reset();
   filtered.reset();
   for (Entry& entry : entries_) {
-    if (entry.snapshot != kNoSnapshot) Fill(*entry.record, snapshots_[entry.snapshot]);
-    items.push_back(std::move(entry.record));
+    const bool replaced = entry.snapshot != kNoSnapshot && fresh[entry.snapshot];
+    items.push_back(replaced ? std::move(fresh[entry.snapshot]) : std::move(entry.record));
   }
   copy->SetRecordCount(record_count_);
   copy->RecordsetIsReadOnly = read_only_;

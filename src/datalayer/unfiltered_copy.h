@@ -10,11 +10,12 @@
 //   - A record the filter removes, and that nothing else holds, is not cloned: the record itself moves
 //     into the copy. Its values are those of the moment of the filter, since nothing else can reach it.
 //   - A record the filter keeps stays in the filtered recordset, so the copy keeps a snapshot of its
-//     fields and marks. When DeleteFilter finds it held by nothing else (the filtered recordset was
-//     let go, no client holds the record or one of its fields) and shaped as before, the snapshot is
-//     written back into it, and it returns as a record that no one can tell from a new one.
-//   - Everything else, a record still held by a client or changed in shape, becomes a new record, as
-//     a deep copy would have made it.
+//     values, and of its fields' names, types and flags and its marks (shared by neighbours that look
+//     alike). When DeleteFilter finds it held by nothing but the filtered recordset that is about to
+//     go (no client holds the record or one of its fields) and its names, types, flags and marks as
+//     they were, it takes its values back and returns as a record no one can tell from a new one.
+//   - Everything else, a record a client still holds, or one whose names, flags or marks changed (a
+//     value edited while filtered marks its field), becomes a new record, as a deep copy makes it.
 //
 // So after Filter + DeleteFilter with no client holding records the table is the same objects in the
 // same memory, which also keeps every later pass over it as fast as before. Only a weak pointer a
@@ -46,8 +47,8 @@ class UnfilteredCopy {
                                                        std::exception_ptr& failure);
 
   // The records as they were, as a new recordset. `filtered`, the recordset the filter left, is let go
-  // (reset), so that the records only it held can take their snapshots back; the copy is spent. Raises
-  // std::bad_alloc before either of them changed.
+  // (reset), so that the records only it held can take their values back; the copy is spent. Raises
+  // std::bad_alloc with `filtered` and the copy as they were.
   std::shared_ptr<clsOfflineRecordset> Restore(std::shared_ptr<clsOfflineRecordset>& filtered);
 
  private:
@@ -78,9 +79,10 @@ class UnfilteredCopy {
   void Keep(const std::shared_ptr<clsOfflineRecord>& record);
   // Takes the snapshot of a record; returns its index.
   uint32_t Snap(const clsOfflineRecord& record);
-  bool HasLastShape(const clsOfflineRecord& record) const;
-  // Writes a snapshot into a record of its shape's field count.
-  void Fill(clsOfflineRecord& record, const Snapshot& snapshot) noexcept;
+  // Whether the record's marks and its fields' names, types and flags are those of `shape`.
+  bool HasShape(const clsOfflineRecord& record, const Shape& shape) const;
+  // Exchanges the values of a record of the snapshot's field count with the snapshot's.
+  void SwapValues(clsOfflineRecord& record, const Snapshot& snapshot) noexcept;
 
   std::vector<Entry> entries_;
   std::vector<Snapshot> snapshots_;
