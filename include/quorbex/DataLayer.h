@@ -163,7 +163,8 @@ class DataLayer : public Object, public std::enable_shared_from_this<DataLayer> 
   // filter is added to the thread's filter list unless bolNoAddCollection. Always Empty.
   Variant Filter(const std::string& strFieldname, std::string strOperator, Variant varCompareValue,
                  bool bolAdditionalFilter, bool bolNoAddCollection = false);
-  // Puts the unfiltered copy back (changes made while filtered are lost). Always Empty.
+  // Puts the unfiltered copy back (changes made while filtered are lost). Always Empty. Running out of
+  // memory is reported ("DeleteFilter: Out of memory") and leaves the filter active.
   Variant DeleteFilter();
   // Removes for good every record whose field satisfies the test; "DataLayer.RemoveRecordsIF: " on error.
   void RemoveOfflineRecordsIf(const std::string& FieldName, const std::string& Operator, const Variant& varMatch);

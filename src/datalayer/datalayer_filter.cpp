@@ -132,6 +132,9 @@ Variant DataLayer::DeleteFilter() {
       // Nothing changed: the filter stays active and can be undone later.
       ErrorStatus("DeleteFilter: Out of memory");
       return {};
+    } catch (const std::exception& e) {
+      ErrorStatus("DeleteFilter: " + Describe(e));  // a new record's own "Out of memory"
+      return {};
     }
   } else {
     recordset_.reset();

@@ -47,8 +47,9 @@ class UnfilteredCopy {
                                                        std::exception_ptr& failure);
 
   // The records as they were, as a new recordset. `filtered`, the recordset the filter left, is let go
-  // (reset), so that the records only it held can take their values back; the copy is spent. Raises
-  // std::bad_alloc with `filtered` and the copy as they were.
+  // (reset), so that the records only it held can take their values back; the copy is spent. Running
+  // out of memory (std::bad_alloc, or AutomationError 7 from a new record) leaves `filtered` and the
+  // copy as they were.
   std::shared_ptr<clsOfflineRecordset> Restore(std::shared_ptr<clsOfflineRecordset>& filtered);
 
  private:
