@@ -7,7 +7,8 @@
 #include <unordered_set>
 #include <utility>
 
-#include "service/modService.h"
+#include "offline/record_match.h"
+#include "quorbex/errors.h"
 
 namespace quorbex {
 
@@ -64,7 +65,6 @@ std::unique_ptr<UnfilteredCopy> UnfilteredCopy::TakeAndRemove(clsOfflineRecordse
   // One pass tests each record and copies it while it is in the cache. Where a test raises, the walk
   // from the back would have stopped: only the matches behind it count, and the copies of the matches
   // before it are turned into those of kept records afterwards.
-  static const Variant kEmptyText{std::string()};
   std::vector<bool> matches(tested, false);
   size_t failed_at = 0;  // one past the last record whose test raised
   if (field != 0 && count > 0 && static_cast<size_t>(count) > records.size()) {
@@ -76,12 +76,7 @@ std::unique_ptr<UnfilteredCopy> UnfilteredCopy::TakeAndRemove(clsOfflineRecordse
   for (size_t i = 0; i < records.size(); ++i) {
     if (i >= failed_at && i < tested) {
       try {
-        const clsOfflineField* cell = records[i] ? records[i]->FieldAt(field) : nullptr;
-        if (cell == nullptr) {
-          throw AutomationError(91, "DataLayer.Filter", "Object variable or With block variable not set");
-        }
-        // What Value() returns, without copying the stored value.
-        matches[i] = CompareValues(cell->varValue.IsNull() ? kEmptyText : cell->varValue, compare_value, op);
+        matches[i] = offline_internal::FieldMatches(records[i].get(), field, op, compare_value, "DataLayer.Filter");
       } catch (...) {
         failure = std::current_exception();
         failed_at = i + 1;

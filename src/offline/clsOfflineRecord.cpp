@@ -47,7 +47,6 @@ std::shared_ptr<clsOfflineRecord::FieldCollectionType> clsOfflineRecord::FieldCo
   return std::shared_ptr<FieldCollectionType>(weak_from_this().lock(), &fields_);
 }
 
-
 std::shared_ptr<clsOfflineField> clsOfflineRecord::Fields(int32_t Index) const noexcept {
   if (Index < 1 || Index > fields_.Count()) return nullptr;
   return fields_.Items()[static_cast<size_t>(Index - 1)];
@@ -62,7 +61,8 @@ bool clsOfflineRecord::FieldsHeldOnlyHere() const noexcept {
   const auto shares_first = [&](const std::shared_ptr<clsOfflineField>& field) {
     return !field.owner_before(first) && !first.owner_before(field);
   };
-  if (static_cast<size_t>(first.use_count()) == fields.size() && std::all_of(fields.begin(), fields.end(), shares_first)) {
+  if (static_cast<size_t>(first.use_count()) == fields.size() &&
+      std::all_of(fields.begin(), fields.end(), shares_first)) {
     return true;
   }
   return std::all_of(fields.begin(), fields.end(), [](const auto& field) { return field.use_count() == 1; });

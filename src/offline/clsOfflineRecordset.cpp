@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "offline/offline_errors.h"
+#include "offline/record_match.h"
 #include "offline/record_release.h"
 #include "platform/message_box.h"
 #include "service/modService.h"
@@ -34,13 +35,7 @@ namespace {
 bool RecordMatches(const clsOfflineRecordset::RecordCollectionType& records, int32_t position,
                    int32_t field_id, const std::string& op, const Variant& compare_value, const char* source) {
   const std::shared_ptr<clsOfflineRecord>& record = records.Item(position);  // 9 when missing
-  if (!record) offline_internal::RaiseObjectNotSet(source);
-  const clsOfflineField* field = record->FieldAt(field_id);
-  if (field == nullptr) offline_internal::RaiseObjectNotSet(source);
-  // What Value() returns, without copying the stored value.
-  static const Variant kEmptyText{std::string()};
-  const Variant& value = field->varValue.IsNull() ? kEmptyText : field->varValue;
-  return CompareValues(value, compare_value, op);
+  return offline_internal::FieldMatches(record.get(), field_id, op, compare_value, source);
 }
 
 }  // namespace

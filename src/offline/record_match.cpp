@@ -1,0 +1,16 @@
+#include "offline/record_match.h"
+
+#include "offline/offline_errors.h"
+#include "service/modService.h"
+
+namespace quorbex::offline_internal {
+
+bool FieldMatches(const clsOfflineRecord* record, int32_t field_id, const std::string& op,
+                  const Variant& compare_value, const char* source) {
+  const clsOfflineField* field = record != nullptr ? record->FieldAt(field_id) : nullptr;
+  if (field == nullptr) RaiseObjectNotSet(source);
+  static const Variant kEmptyText{std::string()};
+  return CompareValues(field->varValue.IsNull() ? kEmptyText : field->varValue, compare_value, op);
+}
+
+}  // namespace quorbex::offline_internal
