@@ -30,6 +30,9 @@ namespace quorbex {
 
 class clsLog;
 class UnfilteredCopy;
+namespace internal {
+class SaveRun;
+}  // namespace internal
 class clsAnalyzer;
 class ListControl;
 
@@ -239,6 +242,7 @@ class DataLayer : public Object, public std::enable_shared_from_this<DataLayer> 
 
  private:
   friend class DataLayerTestAccess;
+  friend class internal::SaveRun;
 
   bool IsLoaded() const { return loaded_; }
   std::shared_ptr<clsOfflineRecord> CurrentRecord() const;
@@ -248,21 +252,6 @@ class DataLayer : public Object, public std::enable_shared_from_this<DataLayer> 
   // The message routine: a message box, or ErrorStatus when messages are suppressed.
   int32_t Message(const std::string& text, int32_t style, const std::string& title);
   void OpenDatabase(const std::string& path, bool set_bound_flag);
-  // One session-log entry of a save, and a record written by it: both wait for the commit.
-  struct LogEntry {
-    std::string action, field_name, old_value, new_value;
-  };
-  struct SavedRecord {
-    std::shared_ptr<clsOfflineRecord> record;
-    std::vector<LogEntry> log;
-  };
-  // Writing back (each throws on any database failure): one new record by one INSERT; the changed
-  // records at the positions of `batch` (then emptied) by one read of their rows and one UPDATE each.
-  SavedRecord InsertRecord(db::Database& database, const std::string& base_sql,
-                           const std::shared_ptr<clsOfflineRecord>& record);
-  void UpdateBatch(db::Database& database, const std::string& base_sql, std::vector<int32_t>& batch,
-                   std::vector<SavedRecord>& saved);
-  SavedRecord UpdateRow(db::Recordset& rows, const std::shared_ptr<clsOfflineRecord>& record);
   void PublishRefreshToken();
   void WriteLog(std::string action, const std::string& query, const std::string& deleted_record,
                 const std::string& field_name, const std::string& old_value, const std::string& new_value);

@@ -120,14 +120,10 @@ double SumValue(const Variant& value) {
   }
 }
 
-// Fills the result's ID column with GUIDs. SetAutoGuidColumn also makes "ID" the thread's auto-GUID
-// column; the pivot puts the caller's setting back, so that later AddNew calls on other tables are not
-// affected by a summary having been built.
+// Fills the result's ID column with GUIDs. SetAutoGuidColumn makes "ID" the thread's auto-GUID column,
+// and it stays so after the pivot, as for any other caller of SetAutoGuidColumn.
 void FillIds(DataLayer& result, Steps& steps) {
-  std::string& column = State().auto_guid_column;
-  const std::string saved = column;
   steps.Run([&] { result.SetAutoGuidColumn("ID", true); });
-  column = saved;
 }
 
 

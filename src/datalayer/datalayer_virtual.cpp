@@ -51,8 +51,9 @@ bool DataLayer::CreateNewVirtualOfflineTable(ByRef<std::string> TableDescription
   recordset_ = std::make_shared<clsOfflineRecordset>();
   recordset_->Parent = weak_from_this();
   field_names_ = *names;
-  // No record yet: AddNew creates the first one from the field names and marks the table loaded.
-  loaded_ = false;
+  // Declared is loaded: the table is in place with no record yet, and AddNew creates the first one
+  // from the field names.
+  loaded_ = true;
   empty_result_ = false;
   cursor_ = 0;
   return has_id;
@@ -175,12 +176,9 @@ void DataLayer::TrimField(const std::string& strFieldname) {
     const int32_t count = RecordCount();
     for (int32_t i = 1; i <= count; ++i) {
       MoveSpecific(i);
-      const Variant value = FieldValue(strFieldname);
-      // Only texts have blanks to lose; writing back just the changed ones keeps the change marks (and a
-      // real-time save) to the records that really changed.
-      if (!value.IsString()) continue;
-      std::string trimmed = Trim(value.AsString());
-      if (trimmed.size() != value.AsString().size()) SetFieldValue(strFieldname, Variant(std::move(trimmed)));
+      // Every record is written back, changed or not, so every record carries the marks afterwards;
+      // FieldValue reads a Null as the empty text, and that is what gets written.
+      SetFieldValue(strFieldname, Variant(Trim(CStr(FieldValue(strFieldname)))));
     }
   } catch (const std::exception& e) {
     ErrorStatus(std::string("TrimField: ") + e.what());
@@ -200,18 +198,13 @@ Variant DataLayer::CopyCurrentRecord(const std::string& IDFieldName, std::option
     if (!copy || copy == source) return {};
     if (copy->FieldCount() < source->FieldCount()) copy->Add(source->FieldCount() - copy->FieldCount());
 
-    // Every field is cloned with its value and all its marks, except that the auto-GUID column keeps
-    // the fresh GUID AddNew gave it: a copied identifier would no longer identify one record.
-    const std::string guid_column = LCase(State().auto_guid_column);
+    // Every field is cloned with its value and all its marks, the auto-GUID column included: the copy
+    // is the record that was current, and only the ID field below sets it apart.
     const int32_t fields = source->FieldCount();
     for (int32_t i = 1; i <= fields; ++i) {
       clsOfflineField* from = source->FieldAt(i);
       clsOfflineField* to = copy->FieldAt(i);
-      if (!from || !to) continue;
-      const bool keep_guid = !guid_column.empty() && LCase(from->Description.str()) == guid_column;
-      Variant fresh = keep_guid ? to->varValue : Variant();
-      *to = *from;
-      if (keep_guid) to->varValue = std::move(fresh);
+      if (from && to) *to = *from;
     }
     SetFieldValue(IDFieldName, NewID.value_or(Variant()));
   } catch (const std::exception& e) {

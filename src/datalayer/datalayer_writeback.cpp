@@ -4,10 +4,9 @@
 // records before it are committed, so what the database holds always matches the change marks: the
 // records written have their marks cleared, the failing one and all later ones keep theirs.
 #include <exception>
-#include <optional>
-#include <unordered_map>
 #include <vector>
 
+#include "datalayer/save_run.h"
 #include "quorbex/DataLayer.h"
 #include "quorbex/text.h"
 #include "service/clsLog.h"
@@ -19,43 +18,6 @@ namespace quorbex {
 namespace {
 
 constexpr const char* kRefreshTable = "sys_quorbexdatalayer_refresh";
-
-// How many changed records one read of their rows covers.
-constexpr size_t kBatch = 256;
-
-// The loaded query's text before a "WHERE ID" clause, wrapped as a subquery: it keeps the column
-// positions of the loaded query and stands in for a temporary stored query, which it cannot leave
-// behind in the database.
-std::string RowsOf(const std::string& base_sql) { return "SELECT * FROM (" + base_sql + ") AS quorbex_q"; }
-
-// A key as the database compares it with a number column: numbers and numeric texts by their value,
-// other texts as they are. Null and Empty have no key (they match no row).
-std::optional<std::string> KeyText(const Variant& id) {
-  if (id.IsNull() || id.IsEmpty()) return std::nullopt;
-  try {
-    if (IsNumeric(id)) return CStr(Variant(CDbl(id)));
-    return CStr(id);
-  } catch (const AutomationError&) {
-    return std::nullopt;
-  }
-}
-
-[[noreturn]] void NoRowFor(const Variant& id) {
-  std::string shown;
-  try {
-    shown = CStr(id);
-  } catch (const AutomationError&) {
-    shown = "Null";
-  }
-  throw db::EngineError(db::ErrorKind::NoCurrentRecord, "No record with id '" + shown + "' in the database.");
-}
-
-std::string StripTrailingSemicolon(std::string sql) {
-  while (!sql.empty() && (sql.back() == ' ' || sql.back() == ';' || sql.back() == '\n' || sql.back() == '\r')) {
-    sql.pop_back();
-  }
-  return sql;
-}
 
 }  // namespace
 
@@ -76,157 +38,19 @@ bool DataLayer::Save() {
     ErrorStatus("Save: no database is bound");
     return false;
   }
-
-  const std::string base_sql = StripTrailingSemicolon(CStr(SelectPartBeforeWhereID(sql_)));
-  // Marks are cleared and log entries written only once the transaction is committed, so a commit that
-  // fails leaves every record marked, exactly as the database then holds none of them.
-  std::vector<SavedRecord> saved;
-  bool in_transaction = false;
-  std::string failure;
-  try {
-    database->BeginTrans();
-    in_transaction = true;
-    // Changed records are updated in batches (one read of their rows, then one UPDATE each); a new
-    // record is inserted when its turn comes, so records are written in position order throughout.
-    // Each record is written by one INSERT or one UPDATE, which the database applies whole or not at
-    // all, so a failing record leaves nothing behind without a savepoint of its own.
-    std::vector<int32_t> batch;
-    const int32_t count = RecordCount();
-    for (int32_t i = 1; i <= count; ++i) {
-      auto record = recordset_->Records(i);
-      if (!record || !record->HasChanged) continue;
-      if (record->NewlyAdded) {
-        UpdateBatch(*database, base_sql, batch, saved);
-        cursor_ = i;
-        saved.push_back(InsertRecord(*database, base_sql, recordset_->Records(i)));
-      } else {
-        batch.push_back(i);
-        if (batch.size() == kBatch) UpdateBatch(*database, base_sql, batch, saved);
-      }
-    }
-    UpdateBatch(*database, base_sql, batch, saved);
-  } catch (const std::exception& e) {
-    failure = e.what();
+  if (!database->Supports(db::Feature::UpdatableRecordsets) || !database->Updatable()) {
+    ErrorStatus("Save: the database '" + database->Name() + "' cannot be written to");
+    return false;
   }
-  // The records before a failing one are kept: commit what was written.
-  if (in_transaction) {
-    try {
-      database->CommitTrans();
-    } catch (const std::exception& e) {
-      if (failure.empty()) failure = e.what();
-      saved.clear();
-      try {
-        database->Rollback();
-      } catch (...) {
-      }
-    }
-  }
-  std::vector<clsLog::Entry> log;
-  for (auto& entry : saved) {
-    const int32_t fields = entry.record->FieldCount();
-    for (int32_t j = 1; j <= fields; ++j) {
-      if (auto* field = entry.record->FieldAt(j)) field->HasChanged = false;
-    }
-    entry.record->NewlyAdded = false;
-    entry.record->HasChanged = false;
-    for (auto& line : entry.log) {
-      log.push_back({std::move(line.action), sql_, "", std::move(line.field_name), std::move(line.old_value),
-                     std::move(line.new_value)});
-    }
-  }
-  // The entries of the committed records go to the session log in one write.
-  if (log_) log_->WriteLogEntries(log);
+  internal::SaveRun run(*this, *database);
+  const std::string failure = run.Run();
   if (!failure.empty()) {
     ErrorStatus("Save: " + failure);
     return false;
   }
-
-  if (refresh_timer_active_ && !saved.empty()) PublishRefreshToken();
+  if (refresh_timer_active_ && run.WroteAny()) PublishRefreshToken();
   data_changed_ = false;
   return true;
-}
-
-DataLayer::SavedRecord DataLayer::InsertRecord(db::Database& database, const std::string& base_sql,
-                                               const std::shared_ptr<clsOfflineRecord>& record_ptr) {
-  clsOfflineRecord& record = *record_ptr;
-  SavedRecord saved{record_ptr, {}};
-  const int32_t field_count = record.FieldCount();
-  // Only the fields the client wrote, by position; the database applies its defaults to the rest.
-  auto rows = database.OpenRecordset(RowsOf(base_sql));
-  const int32_t columns = rows->Fields()->Count();
-  rows->AddNew();
-  for (int32_t j = 1; j <= field_count && j <= columns; ++j) {
-    auto* field = record.FieldAt(j);
-    if (field && field->HasChanged) rows->Fields(j - 1)->Value(field->Value());
-  }
-  rows->Update();
-  // The inserted row is now the recordset's current and last row, so its "ID" is the new key: the
-  // same row a MoveFirst/MoveLast pair would reach, without reading the whole result.
-  const Variant key = rows->Fields("ID")->Value();
-  const std::string key_text = NullToText(key);
-  // Through SetFieldValue, so the "id" field is marked and logged like the others; no nested save
-  // happens because the record is still new.
-  SetFieldValue("id", key);
-  saved.log.push_back({"NEWRECORD ID=" + key_text, "", "", ""});
-  for (int32_t j = 1; j <= field_count && j <= columns; ++j) {
-    auto* field = record.FieldAt(j);
-    if (!field || !field->HasChanged) continue;
-    auto column = rows->Fields(j - 1);
-    saved.log.push_back({"UPDATE ID=" + key_text, column->Name(), NullToText(column->Value()), ToText(field->Value())});
-  }
-  rows->Close();
-  return saved;
-}
-
-void DataLayer::UpdateBatch(db::Database& database, const std::string& base_sql, std::vector<int32_t>& batch,
-                            std::vector<SavedRecord>& saved) {
-  if (batch.empty()) return;
-  std::vector<Variant> ids;
-  ids.reserve(batch.size());
-  std::string sql = RowsOf(base_sql) + " WHERE id IN (";
-  for (int32_t position : batch) {
-    cursor_ = position;
-    ids.push_back(FieldValue("id"));
-    sql += ids.size() == 1 ? "?" : ", ?";
-  }
-  sql += ")";
-  auto rows = database.OpenRecordset(sql, ids);
-  // Where each key's row stands in the result.
-  std::unordered_map<std::string, int32_t> row_of;
-  const int32_t id_column = rows->Fields()->IndexOf("ID");
-  for (int32_t row = 0; !rows->EOF_(); ++row, rows->MoveNext()) {
-    if (id_column < 0) break;
-    if (auto key = KeyText(rows->Fields(id_column)->Value())) row_of.emplace(*key, row);
-  }
-  for (size_t k = 0; k < batch.size(); ++k) {
-    cursor_ = batch[k];
-    auto key = KeyText(ids[k]);
-    auto found = key ? row_of.find(*key) : row_of.end();
-    if (found == row_of.end()) NoRowFor(ids[k]);
-    rows->AbsolutePosition(found->second);
-    auto record = recordset_->Records(batch[k]);
-    saved.push_back(UpdateRow(*rows, record));
-  }
-  rows->Close();
-  batch.clear();
-}
-
-DataLayer::SavedRecord DataLayer::UpdateRow(db::Recordset& rows, const std::shared_ptr<clsOfflineRecord>& record_ptr) {
-  clsOfflineRecord& record = *record_ptr;
-  SavedRecord saved{record_ptr, {}};
-  // Every marked field, matched by position in the loaded query.
-  rows.Edit();
-  const std::string key_text = NullToText(rows.Fields("ID")->Value());
-  const int32_t field_count = record.FieldCount();
-  for (int32_t j = 1; j <= field_count; ++j) {
-    auto* field = record.FieldAt(j);
-    if (!field || !field->HasChanged) continue;
-    auto column = rows.Fields(j - 1);
-    saved.log.push_back({"UPDATE ID=" + key_text, column->Name(), NullToText(column->Value()), ToText(field->Value())});
-    column->Value(field->Value());
-  }
-  rows.Update();
-  return saved;
 }
 
 void DataLayer::PublishRefreshToken() {
@@ -240,9 +64,15 @@ void DataLayer::PublishRefreshToken() {
         exists = LCase(tables->Item(i)->Name()) == kRefreshTable;
       }
       if (!exists) {
-        // The key makes recordsets over the table updatable; the query text can be longer than a short text.
-        database->Execute(std::string("CREATE TABLE ") + kRefreshTable +
-                          " (id INTEGER PRIMARY KEY AUTOINCREMENT, Query MEMO, Guid TEXT(32))");
+        // The key makes recordsets over the table updatable; the query text can be longer than a short
+        // text. Built through the table definitions, so each engine picks its own column types.
+        auto table = database->CreateTableDef(kRefreshTable);
+        auto id = table->CreateField("id", db::dbLong);
+        id->Attributes(db::dbAutoIncrField);
+        table->Fields()->Append(id);
+        table->Fields()->Append(table->CreateField("Query", db::dbMemo));
+        table->Fields()->Append(table->CreateField("Guid", db::dbText, 32));
+        tables->Append(table);
       }
       State().refresh_table_checked = true;
     }
@@ -310,6 +140,10 @@ bool DataLayer::RemoveRecord(ByRef<bool> bolDeleteAlsoInDB) {
       auto database = State().current_database;
       if (!database) {
         ErrorStatus("RemoveRecord: no database is bound");
+        return false;
+      }
+      if (!database->Supports(db::Feature::UpdatableRecordsets) || !database->Updatable()) {
+        ErrorStatus("RemoveRecord: the database '" + database->Name() + "' cannot be written to");
         return false;
       }
       const Variant id[] = {Variant(CLng(FieldValue("id")))};

@@ -49,14 +49,13 @@ bool DataLayer::LoadFromXML(const std::string& XMLFilePath, bool bolDisableProgr
     AttachOfflineRecordset(read, query, Variant(true));
     if (!IsLoaded() || recordset_ != read) return false;  // the attach reported why
 
-    // As after a load: the field names of the first record, and the cursor on it.
+    // The field names of the first record, as after a load. Attaching leaves the cursor where it was.
     recordset_->Parent = weak_from_this();
     field_names_.Clear();
     if (auto first = recordset_->Records(1)) {
       for (int32_t i = 1; i <= first->FieldCount(); ++i) field_names_.Add(first->FieldAt(i)->Description.str());
     }
     empty_result_ = false;
-    cursor_ = RecordCount() > 0 ? 1 : 0;
     return true;
   } catch (const std::exception& e) {
     ErrorStatus(std::string("LoadFromXML: ") + e.what());

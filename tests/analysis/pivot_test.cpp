@@ -91,7 +91,7 @@ TEST_F(PivotTest, SumsPerCriteriaValueOverTheSortedSource) {
   EXPECT_EQ(source->ActualPosition(), 4);
   EXPECT_EQ(Column(*source, "Region"), (std::vector<std::string>{"A", "A", "B", "B"}));
   EXPECT_EQ(Column(*source, "ID"), (std::vector<std::string>{"2", "4", "1", "3"}));
-  EXPECT_EQ(State().auto_guid_column, "Key");
+  EXPECT_EQ(State().auto_guid_column, "ID");  // the pivot's SetAutoGuidColumn stays in force
   EXPECT_TRUE(State().error_text.empty()) << State().error_text;
 }
 

@@ -1,4 +1,5 @@
 #include "datalayer/datalayer_fixture.h"
+#include "support/forwarding_database.h"
 #include "support/temp_dir.h"
 
 namespace quorbex::test {
@@ -246,6 +247,120 @@ TEST_F(DataLayerCore, AFailingRecordEndsTheSaveAndKeepsItsMarks) {
   other->SetFieldValue("city", "nowhere");
   EXPECT_FALSE(other->Save());
   EXPECT_TRUE(other->GetOfflineRecordset()->Records(3)->HasChanged);
+}
+
+TEST_F(DataLayerCore, SaveVisitsEveryRecordAndLeavesTheCursorOnTheLast) {
+  auto layer = Loaded();
+  layer->MoveSpecific(1);
+  layer->SetFieldValue("city", "Krems");
+  EXPECT_TRUE(layer->Save());
+  EXPECT_EQ(layer->ActualPosition(), 3);
+
+  // DataChanged with no record marked still walks every record.
+  layer->MoveFirst();
+  layer->SetFieldValue("", "x", 3);
+  layer->GetOfflineRecordset()->Records(1)->HasChanged = false;
+  EXPECT_TRUE(layer->Save());
+  EXPECT_EQ(layer->ActualPosition(), 3);
+
+  // A failing record keeps the cursor on itself.
+  layer->MoveSpecific(2);
+  layer->SetFieldValue("id", 99);
+  EXPECT_FALSE(layer->Save());
+  EXPECT_EQ(layer->ActualPosition(), 2);
+}
+
+TEST_F(DataLayerCore, ANewRecordTheLoadedQueryDoesNotShowFailsTheSave) {
+  auto layer = Loaded("SELECT * FROM customers WHERE city = 'Wien'");
+  layer->AddNew();
+  layer->SetFieldValue("name", "Egon");
+  layer->SetFieldValue("city", "Graz");
+  EXPECT_FALSE(layer->Save());
+  EXPECT_TRUE(layer->DataChanged());
+  auto record = layer->GetOfflineRecordset()->Records(2);
+  EXPECT_TRUE(record->HasChanged);
+  EXPECT_TRUE(record->NewlyAdded);
+  EXPECT_TRUE(record->FieldAt(3)->HasChanged);
+  // The insert was taken back, and the key it read back with it: the record is new again.
+  EXPECT_EQ(CLng(DbValue("SELECT COUNT(*) FROM customers")), 3);
+  EXPECT_TRUE(record->FieldAt(1)->varValue.IsEmpty());
+  EXPECT_FALSE(record->FieldAt(1)->HasChanged);
+  EXPECT_NE(layer->ErrorStatus().find("No record with id '4'"), std::string::npos) << layer->ErrorStatus();
+
+  // A marked field with no column in the loaded query fails a new record as it fails an update.
+  auto wider = Loaded("SELECT id, name FROM customers ORDER BY id");
+  wider->AddVirtualField("note");
+  wider->AddNew();
+  wider->SetFieldValue("name", "Fritz");
+  wider->SetFieldValue("note", "offline only");
+  EXPECT_FALSE(wider->Save());
+  EXPECT_TRUE(wider->GetOfflineRecordset()->Records(4)->NewlyAdded);
+  EXPECT_TRUE(wider->GetOfflineRecordset()->Records(4)->FieldAt(2)->HasChanged);
+  EXPECT_NE(wider->ErrorStatus().find("Field 'note' (position 3) has no column in the loaded query"),
+            std::string::npos)
+      << wider->ErrorStatus();
+  EXPECT_EQ(CLng(DbValue("SELECT COUNT(*) FROM customers")), 3);
+}
+
+// Fails the commit, as a commit fails when another connection holds the file too long.
+class CommitFails : public ForwardingDatabase {
+ public:
+  using ForwardingDatabase::ForwardingDatabase;
+  void CommitTrans() override { throw db::EngineError(db::ErrorKind::Busy, "database is locked"); }
+};
+
+TEST_F(DataLayerCore, AFailedCommitTakesBackKeysAndKeepsEveryMark) {
+  auto layer = Bound();
+  auto failing = std::make_shared<CommitFails>(State().current_database);
+  layer->SetDatabase(std::static_pointer_cast<db::Database>(failing));
+  layer->GetRecordset("SELECT * FROM customers ORDER BY id");
+  layer->MoveSpecific(1);
+  layer->SetFieldValue("city", "Krems");
+  layer->AddNew();
+  layer->SetFieldValue("name", "Dora");
+  EXPECT_FALSE(layer->Save());
+  EXPECT_NE(layer->ErrorStatus().find("Save: database is locked"), std::string::npos) << layer->ErrorStatus();
+  auto records = layer->GetOfflineRecordset();
+  EXPECT_TRUE(records->Records(1)->HasChanged);
+  EXPECT_TRUE(records->Records(4)->NewlyAdded);
+  EXPECT_TRUE(records->Records(4)->FieldAt(1)->varValue.IsEmpty());  // no key from the rolled-back insert
+  EXPECT_EQ(CLng(DbValue("SELECT COUNT(*) FROM customers")), 3);
+  EXPECT_EQ(DbValue("SELECT city FROM customers WHERE id = 1").AsString(), "Wien");
+
+  // Another client takes the key the rolled-back insert had read; the retry inserts afresh, and
+  // removing the unsaved record touches nobody's row.
+  {
+    auto other = db::DBEngine::Default()->OpenDatabase(db_path_);
+    other->Execute("INSERT INTO customers (name) VALUES ('Other')");
+    other->Close();
+  }
+  bool in_db = true;
+  layer->MoveSpecific(4);
+  auto retry = Bound();
+  retry->GetRecordset("SELECT * FROM customers ORDER BY id");
+  retry->AddNew();
+  retry->SetFieldValue("name", "Dora");
+  EXPECT_TRUE(retry->Save()) << retry->ErrorStatus();
+  EXPECT_EQ(CLng(retry->FieldValue("id")), 5);
+  EXPECT_FALSE(layer->RemoveRecord(in_db));
+  EXPECT_EQ(DbValue("SELECT name FROM customers WHERE id = 4").AsString(), "Other");
+}
+
+TEST_F(DataLayerCore, TwoRecordsWithOneKeyFailAtTheSecond) {
+  auto layer = Loaded();
+  layer->MoveSpecific(1);
+  layer->SetFieldValue("city", "first");
+  layer->MoveSpecific(3);
+  layer->FieldObject("id")->Value(Variant(1));
+  layer->SetFieldValue("city", "second");
+  EXPECT_FALSE(layer->Save());
+  EXPECT_NE(layer->ErrorStatus().find("The id '1' occurs in more than one of the records being saved"),
+            std::string::npos)
+      << layer->ErrorStatus();
+  EXPECT_FALSE(layer->GetOfflineRecordset()->Records(1)->HasChanged);
+  EXPECT_TRUE(layer->GetOfflineRecordset()->Records(3)->HasChanged);
+  EXPECT_EQ(DbValue("SELECT city FROM customers WHERE id = 1").AsString(), "first");
+  EXPECT_EQ(layer->ActualPosition(), 3);
 }
 
 TEST_F(DataLayerCore, RealtimeSaveWritesEachFieldAtOnce) {

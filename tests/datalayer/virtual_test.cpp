@@ -202,15 +202,45 @@ TEST_F(VirtualTable, FillFieldFillsEmptyTextsOrEverythingWithoutChangeMarks) {
   EXPECT_EQ(with_null->GetOfflineRecordset()->Records(3)->FieldAt(2)->varValue.AsString(), "");
 }
 
+TEST_F(VirtualTable, ADeclaredTableIsLoadedBeforeItsFirstRecord) {
+  auto layer = std::make_shared<DataLayer>();
+  std::string description = "people";
+  std::string fields = "ID;Name";
+  ASSERT_TRUE(layer->CreateNewVirtualOfflineTable(description, fields));
+  layer->MoveFirst();
+  layer->MoveNext();
+  EXPECT_EQ(layer->FieldID("Town"), 0);
+  EXPECT_EQ(layer->ErrorStatus(), "\r\n1) No Records set!");
+
+  // Loaded means nothing else may replace it, and it can be saved as it is.
+  EXPECT_TRUE(layer->SaveAsXML(dir_.File("empty.xml"), "people")) << layer->ErrorStatus();
+  EXPECT_FALSE(layer->LoadFromXML(dir_.File("empty.xml"), true));
+  auto other = std::make_shared<clsOfflineRecordset>();
+  other->Tag = "AllowAttach";
+  layer->AttachOfflineRecordset(other, "SELECT * FROM x", Variant(true));
+  EXPECT_NE(layer->GetOfflineRecordset(), other);
+  EXPECT_EQ(layer->SQLStringInUse(), "SELECT * FROM people");
+}
+
 TEST_F(VirtualTable, TrimFieldTrimsTextsThroughSetFieldValue) {
   auto layer = Table({{1, "  Anna ", "Wien"}, {2, "Bernd", "Graz"}, {3, 42, "Linz"}});
   layer->TrimField("NAME");
   auto records = layer->GetOfflineRecordset();
   EXPECT_EQ(records->Records(1)->FieldAt(2)->varValue.AsString(), "Anna");
   EXPECT_TRUE(records->Records(1)->FieldAt(2)->HasChanged);
-  EXPECT_FALSE(records->Records(2)->HasChanged);                             // nothing to trim
-  EXPECT_TRUE(records->Records(3)->FieldAt(2)->varValue.SameAs(Variant(42)));  // numbers keep their kind
+  // Every record is written back, so every record is marked, also where nothing was trimmed; a
+  // number comes back as its text, as FieldValue reads it.
+  EXPECT_TRUE(records->Records(2)->HasChanged);
+  EXPECT_TRUE(records->Records(2)->FieldAt(2)->HasChanged);
+  EXPECT_FALSE(records->Records(2)->FieldAt(3)->HasChanged);
+  EXPECT_TRUE(records->Records(3)->FieldAt(2)->varValue.SameAs(Variant("42")));
   EXPECT_TRUE(layer->DataChanged());
+
+  // A Null reads as the empty text, and the empty text is what is written.
+  auto with_null = Table({{1, Null, "Wien"}});
+  with_null->TrimField("Name");
+  EXPECT_TRUE(with_null->GetOfflineRecordset()->Records(1)->FieldAt(2)->varValue.SameAs(Variant("")));
+  EXPECT_TRUE(with_null->GetOfflineRecordset()->Records(1)->HasChanged);
   layer->TrimField("Town");
   EXPECT_NE(layer->ErrorStatus().find("TrimField: Fieldname 'Town' not reckognized"), std::string::npos);
 }
@@ -234,13 +264,14 @@ TEST_F(VirtualTable, CopyCurrentRecordClonesValuesAndMarksAndSetsTheNewId) {
   EXPECT_EQ(copy->FieldAt(3)->lngFieldType, 10);
   EXPECT_TRUE(copy->FieldAt(1)->varValue.SameAs(Variant(10)));
 
-  // Without a new id the id field is emptied; the auto-GUID column keeps the copy's own GUID.
+  // Without a new id the id field is emptied; the auto-GUID column is copied like every other field,
+  // not left with the fresh GUID AddNew gave it.
   layer->SetAutoGuidColumn("Name");
   layer->MoveSpecific(2);
   layer->CopyCurrentRecord("ID");
   auto second = layer->GetOfflineRecordset()->Records(4);
   EXPECT_TRUE(second->FieldAt(1)->varValue.IsEmpty());
-  EXPECT_EQ(second->FieldAt(2)->varValue.AsString().size(), 32u);
+  EXPECT_EQ(second->FieldAt(2)->varValue.AsString(), "Bernd");
   EXPECT_EQ(second->FieldAt(3)->varValue.AsString(), "Graz");
 
   DataLayer nothing;

@@ -15,39 +15,22 @@
 #include "quorbex/locale.h"
 #include "service/modService.h"
 #include "service/thread_state.h"
+#include "support/forwarding_database.h"
 #include "support/platform_fakes.h"
 #include "support/temp_dir.h"
 
 namespace quorbex {
 namespace {
 
-// A database that only knows its name; the log asks for nothing else.
-class NamedDatabase final : public db::Database {
+// A database that only knows its name, the only thing the log asks of it; a broken one fails to say it.
+class NamedDatabase final : public test::ForwardingDatabase {
  public:
-  explicit NamedDatabase(std::string name, bool broken = false) : name_(std::move(name)), broken_(broken) {}
+  explicit NamedDatabase(std::string name, bool broken = false)
+      : ForwardingDatabase(nullptr), name_(std::move(name)), broken_(broken) {}
   const std::string& Name() const override {
     if (broken_) throw std::runtime_error("connection lost");
     return name_;
   }
-  bool IsOpen() const override { return true; }
-  bool Updatable() const override { return true; }
-  void Close() override {}
-  bool Supports(db::Feature) const override { return false; }
-  void Execute(const std::string&, int32_t) override {}
-  int32_t RecordsAffected() const override { return 0; }
-  std::shared_ptr<db::Recordset> OpenRecordset(const std::string&, int32_t, int32_t) override { return nullptr; }
-  std::shared_ptr<db::QueryDef> CreateQueryDef(const std::string&, const std::string&, bool) override {
-    return nullptr;
-  }
-  std::shared_ptr<db::QueryDefs> QueryDefs() override { return nullptr; }
-  std::shared_ptr<db::TableDefs> TableDefs() override { return nullptr; }
-  std::shared_ptr<db::TableDef> CreateTableDef(const std::string&) override { return nullptr; }
-  void BeginTrans() override {}
-  void CommitTrans() override {}
-  void Rollback() override {}
-  void Savepoint(const std::string&) override {}
-  void ReleaseSavepoint(const std::string&) override {}
-  void RollbackToSavepoint(const std::string&) override {}
 
  private:
   std::string name_;
