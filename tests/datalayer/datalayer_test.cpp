@@ -363,6 +363,14 @@ TEST_F(DataLayerCore, TwoRecordsWithOneKeyFailAtTheSecond) {
   EXPECT_EQ(layer->ActualPosition(), 3);
 }
 
+TEST_F(DataLayerCore, ATableJoinedWithItselfIsReadOnly) {
+  auto layer = Loaded("SELECT c.id, c.name, d.city FROM customers c JOIN customers d ON d.id = c.id + 1");
+  EXPECT_TRUE(layer->ReadOnly());
+  layer->SetFieldValue("city", "EDITED");
+  EXPECT_FALSE(layer->Save());
+  EXPECT_EQ(DbValue("SELECT COUNT(*) FROM customers WHERE city = 'EDITED'").AsLong(), 0);
+}
+
 TEST_F(DataLayerCore, RealtimeSaveWritesEachFieldAtOnce) {
   auto layer = Bound();
   bool realtime = true;

@@ -185,6 +185,27 @@ TEST_P(EngineConformance, UpdatableOnlyWithOneTableAndItsKey) {
   EXPECT_FALSE(updatable("SELECT p.id, p.name, o.amount FROM people p JOIN orders o ON o.person = p.id"));
   EXPECT_FALSE(updatable("SELECT id, name || '!' AS shout FROM people"));
   EXPECT_FALSE(updatable("SELECT count(*) AS n FROM people"));
+  // A row must stand for exactly one row of its table: a table joined with itself shows columns from
+  // two rows, and aggregates, DISTINCT, GROUP BY and set operations fold rows.
+  EXPECT_FALSE(updatable("SELECT p.id, p.name, q.city FROM people p JOIN people q ON q.id = p.id + 1"));
+  EXPECT_FALSE(updatable("SELECT p.id, p.name FROM people p, people q WHERE q.id = p.id"));
+  EXPECT_FALSE(updatable("SELECT id, name, max(city) AS city FROM people"));
+  EXPECT_FALSE(updatable("SELECT DISTINCT id, name FROM people"));
+  EXPECT_FALSE(updatable("SELECT id, name FROM people GROUP BY name"));
+  EXPECT_FALSE(updatable("SELECT id, name FROM people UNION SELECT id, name FROM people"));
+  EXPECT_FALSE(updatable("SELECT id, name FROM people UNION ALL SELECT id, name FROM people WHERE id = 1"));
+  EXPECT_FALSE(updatable("SELECT id, name FROM people INTERSECT SELECT id, name FROM people"));
+  EXPECT_FALSE(updatable("SELECT id, name FROM people EXCEPT SELECT id, name FROM people WHERE id = 1"));
+  // Subqueries that only pick rows, and names that merely look like keywords, do not count.
+  EXPECT_TRUE(updatable("SELECT id, name FROM people WHERE id IN (SELECT person FROM orders GROUP BY person)"));
+  EXPECT_TRUE(updatable("SELECT id, name FROM people p WHERE EXISTS (SELECT 1 FROM people q WHERE q.id = p.id)"));
+  EXPECT_TRUE(updatable("SELECT id, \"name\" AS \"distinct\" FROM people WHERE city <> 'union' -- GROUP BY"));
+  EXPECT_TRUE(updatable("SELECT p.id, p.name FROM people AS p"));
+  db->CreateQueryDef("twice", "SELECT p.id, p.name FROM people p JOIN people q ON q.id = p.id");
+  db->CreateQueryDef("grouped", "SELECT id, name FROM people GROUP BY name");
+  EXPECT_FALSE(updatable("SELECT * FROM twice"));
+  EXPECT_FALSE(updatable("SELECT * FROM grouped"));
+  EXPECT_FALSE(updatable("SELECT g.id, g.name FROM grouped g JOIN people p ON p.id = g.id"));
   EXPECT_FALSE(db->OpenRecordset("SELECT * FROM people", dbOpenSnapshot)->Updatable());
   EXPECT_FALSE(db->OpenRecordset("SELECT * FROM people", dbOpenDynaset, dbReadOnly)->Updatable());
 

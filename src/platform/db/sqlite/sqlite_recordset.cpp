@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "platform/db/errors.h"
+#include "platform/db/query_shape.h"
 #include "platform/db/sqlite/sqlite_dialect.h"
 #include "quorbex/text.h"
 
@@ -72,6 +73,22 @@ TableKey ReadKey(const Connection& conn, const std::string& schema, const std::s
   return key;
 }
 
+using ViewTexts = std::unordered_map<std::string, std::string>;
+
+// The CREATE VIEW texts of the connection's views (main and temp), by lower-cased name.
+std::shared_ptr<const ViewTexts> ReadViews(const Connection& conn) {
+  const int64_t version = conn.SchemaVersion("main");
+  const std::string memo = "views:" + std::to_string(conn.SchemaVersion("temp"));
+  if (auto known = std::static_pointer_cast<const ViewTexts>(conn.Recall(memo, version))) return known;
+  auto views = std::make_shared<ViewTexts>();
+  for (const char* catalogue : {"sqlite_temp_schema", "main.sqlite_schema"}) {
+    Stmt stmt = conn.Prepare(std::string("SELECT lower(name), sql FROM ") + catalogue + " WHERE type = 'view'");
+    while (conn.Step(stmt.get()) == SQLITE_ROW) views->emplace(ColumnText(stmt.get(), 0), ColumnText(stmt.get(), 1));
+  }
+  conn.Remember(memo, version, views);
+  return views;
+}
+
 }  // namespace
 
 // ---- Cursor --------------------------------------------------------------------------------------
@@ -109,7 +126,18 @@ void Cursor::Describe(bool allow_updates) {
     bool variable = c.type_code == 10 || c.type_code == 11 || c.type_code == 12 || c.type_code == 15;
     c.attributes = variable ? dbVariableField : dbFixedField;
   }
-  if (allow_updates && one_table && sqlite3_stmt_readonly(s) && !conn_->ReadOnly()) FindKey();
+  if (allow_updates && one_table && sqlite3_stmt_readonly(s) && !conn_->ReadOnly() && OneRowPerTableRow()) FindKey();
+}
+
+bool Cursor::OneRowPerTableRow() const {
+  const char* sql = sqlite3_sql(stmt_.get());
+  if (sql == nullptr) return false;
+  auto views = ReadViews(*conn_);
+  return ShowsOneRowPerTableRow(sql, columns_.front().table, [&](const std::string& name) -> std::optional<std::string> {
+    auto it = views->find(name);
+    if (it == views->end()) return std::nullopt;
+    return it->second;
+  });
 }
 
 void Cursor::FindKey() {

@@ -59,6 +59,8 @@ class Cursor : public Closable {
   size_t Width() const { return columns_.size(); }
   int64_t Rows() const { return width_ == 0 ? rows_without_columns_ : static_cast<int64_t>(rows_.size() / width_); }
   void Describe(bool allow_updates);
+  // Whether each result row stands for one row of the base table (no self-join, nothing folded).
+  bool OneRowPerTableRow() const;
   void FindKey();
   // Reads one more row into rows_; false at the end of the result.
   bool Fetch();
