@@ -13,6 +13,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "platform/db/row_cache.h"
 #include "platform/db/types.h"
 #include "quorbex/engine.h"
 
@@ -39,13 +40,6 @@ struct StmtDeleter {
   void operator()(sqlite3_stmt* stmt) const;
 };
 using Stmt = std::unique_ptr<sqlite3_stmt, StmtDeleter>;
-
-// Something that must end when its database is closed (a recordset's cursor).
-class Closable {
- public:
-  virtual ~Closable() = default;
-  virtual void CloseFromDatabase() = 0;
-};
 
 // Turns a SQLite result code and message into the engine's error. Busy and read-only errors name the
 // file; SQL errors keep SQLite's own text ("no such table: x", "near \"FORM\": syntax error").
