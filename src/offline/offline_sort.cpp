@@ -22,7 +22,6 @@
 
 #include "offline/offline_errors.h"
 #include "offline/offline_sort.h"
-#include "platform/progress_renderer.h"
 #include "quorbex/clsOfflineRecordset.h"
 #include "quorbex/frmProgress.h"
 #include "quorbex/locale.h"
@@ -40,37 +39,16 @@ constexpr const char* kShortRecordText = "Sortrecordset: FieldColumn Index is hi
 
 // ---- Progress ------------------------------------------------------------------------------------
 
-// The default display: the labels of the progress window, drawn by the installed renderer. The window
-// model itself lives above this module, so its arithmetic (bar width, percentage rounded half to even)
-// is repeated here.
-class RendererDisplay final : public clsOfflineRecordset::SortProgress {
+// The default display: the progress window, drawn by the installed renderer.
+class FormDisplay final : public clsOfflineRecordset::SortProgress {
  public:
   void SetProgress(int32_t position, int32_t total, const std::string& description) override {
-    if (total < 1) return;
-    if (!renderer_) renderer_ = platform::CurrentProgressRenderer();
-    if (!renderer_) return;
-    frmProgress::Label bar, text, percent;
-    bar.Width = frmProgress::kBarWidth / total * position;
-    text.Caption = description;
-    const double percent_value = detail::RoundHalfEven(static_cast<double>(position) / total * 100.0);
-    percent.Caption = std::to_string(static_cast<int64_t>(percent_value)) + "%";
-    try {
-      renderer_->Draw(bar, text, percent);
-    } catch (...) {
-      // A failing renderer must not stop the sort it reports on.
-    }
-  }
-  void Unload() override {
-    if (!renderer_) return;
-    try {
-      renderer_->Close();
-    } catch (...) {
-    }
-    renderer_.reset();
+    form_.SetProgress(position, total, description);
+    form_.Show();
   }
 
  private:
-  std::shared_ptr<platform::ProgressRenderer> renderer_;
+  frmProgress form_;
 };
 
 std::mutex& MakerMutex() {

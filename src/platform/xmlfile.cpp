@@ -12,7 +12,8 @@
 #include <optional>
 
 #include "platform/files.h"
-#include "platform/progress_renderer.h"
+#include "value/date_time.h"
+#include "quorbex/frmProgress.h"
 #include "value/utf8.h"
 
 namespace quorbex::platform {
@@ -296,15 +297,12 @@ void AppendValueAndClose(std::string& out, const Variant& stored, std::string_vi
   out += ">\n";
 }
 
-// Draws the progress bar of a long write or read in whole percent, through the installed renderer.
+// Shows the progress window during a long write or read: records `done` of `total`, passed on to the
+// window whenever the whole percentage moves.
 class Progress {
  public:
-  Progress(bool enabled, int64_t total, std::string caption) : total_(total), caption_(std::move(caption)) {
-    if (enabled && total > 0) renderer_ = CurrentProgressRenderer();
-  }
-  ~Progress() {
-    if (renderer_ && drawn_) renderer_->Close();
-  }
+  Progress(bool enabled, int64_t total, std::string caption)
+      : enabled_(enabled && total > 0), total_(total), caption_(std::move(caption)) {}
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
@@ -313,17 +311,19 @@ class Progress {
     const int64_t percent = done * 100 / total_;
     if (drawn_ && percent == percent_) return;
     percent_ = percent;
-    drawn_ = true;
-    frmProgress::Label bar{frmProgress::kBarWidth * static_cast<double>(done) / static_cast<double>(total_), ""};
-    frmProgress::Label description{0.0, caption_};
-    frmProgress::Label label{0.0, std::to_string(percent) + "%"};
-    renderer_->Draw(bar, description, label);
+    shown_ = true;
+    // The window counts in 32 bits; a larger table is shown in proportion.
+    const int64_t scale = total_ / std::numeric_limits<int32_t>::max() + 1;
+    int32_t position = static_cast<int32_t>(done / scale);
+    int32_t total = static_cast<int32_t>(total_ / scale);
+    form_.SetProgress(position, total, caption_);
+    form_.Show();
   }
 
  private:
   int64_t total_;
   std::string caption_;
-  std::shared_ptr<ProgressRenderer> renderer_;
+  frmProgress form_;  // closes the window when the write or read ends
   int64_t percent_ = 0;
   bool drawn_ = false;
 };
