@@ -27,6 +27,7 @@
 #include "quorbex/locale.h"
 #include "value/number_text.h"
 #include "service/modService.h"
+#include "value/text_util.h"
 
 namespace quorbex {
 
@@ -46,6 +47,7 @@ class FormDisplay final : public clsOfflineRecordset::SortProgress {
     form_.SetProgress(position, total, description);
     form_.Show();
   }
+  void Unload() override { form_.Unload(); }
 
  private:
   frmProgress form_;
@@ -73,7 +75,7 @@ class Progress {
       maker = InstalledMaker();
     }
     try {
-      display_ = maker ? maker() : std::make_unique<RendererDisplay>();
+      display_ = maker ? maker() : std::make_unique<FormDisplay>();
     } catch (...) {
       display_.reset();  // no display is no reason not to sort
     }
@@ -114,18 +116,6 @@ class Progress {
 
 // ---- Keys ----------------------------------------------------------------------------------------
 
-bool IsAscii(std::string_view text) noexcept {
-  for (unsigned char c : text) {
-    if (c >= 0x80) return false;
-  }
-  return true;
-}
-
-void AsciiLower(std::string& text) noexcept {
-  for (char& c : text) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + ('a' - 'A'));
-  }
-}
 
 // SortKeyText of the field's Anything as text. Plain ASCII needs nothing but lower-casing (all the
 // replaced letters lie beyond ASCII), which spares the general routine most of the work.
@@ -138,8 +128,8 @@ std::string TextKey(const clsOfflineField& field) {
   } else if (!field.varValue.IsNull()) {
     text = ToText(field.varValue);
   }
-  if (IsAscii(text)) {
-    AsciiLower(text);
+  if (detail::IsAscii(text)) {
+    detail::LowerAsciiInPlace(text);
     return text;
   }
   return SortKeyText(text);
