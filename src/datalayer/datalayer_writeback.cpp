@@ -13,6 +13,8 @@
 #include "service/clsLog.h"
 #include "service/modService.h"
 #include "service/thread_state.h"
+#include "value/text_util.h"
+#include "value/failure.h"
 
 namespace quorbex {
 
@@ -50,12 +52,7 @@ std::optional<std::string> KeyText(const Variant& id) {
   throw db::EngineError(db::ErrorKind::NoCurrentRecord, "No record with id '" + shown + "' in the database.");
 }
 
-std::string StripTrailingSemicolon(std::string sql) {
-  while (!sql.empty() && (sql.back() == ' ' || sql.back() == ';' || sql.back() == '\n' || sql.back() == '\r')) {
-    sql.pop_back();
-  }
-  return sql;
-}
+std::string StripTrailingSemicolon(const std::string& sql) { return std::string(detail::TrimStatementEnd(sql)); }
 
 }  // namespace
 
@@ -106,14 +103,14 @@ bool DataLayer::Save() {
     }
     UpdateBatch(*database, base_sql, batch, saved);
   } catch (const std::exception& e) {
-    failure = e.what();
+    failure = detail::FailureDescription(e);
   }
   // The records before a failing one are kept: commit what was written.
   if (in_transaction) {
     try {
       database->CommitTrans();
     } catch (const std::exception& e) {
-      if (failure.empty()) failure = e.what();
+      if (failure.empty()) failure = detail::FailureDescription(e);
       saved.clear();
       try {
         database->Rollback();
@@ -261,7 +258,7 @@ void DataLayer::PublishRefreshToken() {
     refresh_token_ = ToText(rows->Fields("GUID")->Value());
     rows->Close();
   } catch (const std::exception& e) {
-    ErrorStatus(std::string("Could not create or update table sys_quorbexdatalayer_refresh! ") + e.what());
+    ErrorStatus("Could not create or update table sys_quorbexdatalayer_refresh! " + detail::FailureDescription(e));
   }
 }
 
@@ -343,7 +340,7 @@ bool DataLayer::RemoveRecord(ByRef<bool> bolDeleteAlsoInDB) {
     recordset_->Remove(cursor_);
     return true;
   } catch (const std::exception& e) {
-    ErrorStatus(std::string("RemoveRecord: ") + e.what());
+    ErrorStatus(detail::OperationError("RemoveRecord", e));
     return false;
   }
 }
