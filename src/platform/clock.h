@@ -15,7 +15,7 @@ class Clock {
   virtual ~Clock() = default;
   // The current local date and time, whole seconds.
   virtual quorbex::Date Now() = 0;
-  // Time since a fixed but unspecified point; never decreases, whatever happens to the wall clock.
+  // Time since an arbitrary fixed point; never decreases, whatever happens to the wall clock.
   virtual std::chrono::nanoseconds Elapsed() = 0;
 };
 
