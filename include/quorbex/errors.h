@@ -12,15 +12,24 @@
 
 namespace quorbex {
 
-// Run-time error numbers of the classic automation runtime that the library raises itself.
+// Run-time error numbers of the classic automation runtime that the library raises or reports itself;
+// RuntimeErrorText gives each its text.
 namespace errnum {
 inline constexpr int32_t kInvalidProcedureCall = 5;   // "Invalid procedure call or argument"
 inline constexpr int32_t kOverflow = 6;               // "Overflow"
+inline constexpr int32_t kOutOfMemory = 7;            // "Out of memory"
 inline constexpr int32_t kSubscriptOutOfRange = 9;    // "Subscript out of range"
+inline constexpr int32_t kDivisionByZero = 11;        // "Division by zero"
 inline constexpr int32_t kTypeMismatch = 13;          // "Type mismatch"
+inline constexpr int32_t kObjectNotSet = 91;          // "Object variable or With block variable not set"
 inline constexpr int32_t kInvalidUseOfNull = 94;      // "Invalid use of Null"
+inline constexpr int32_t kInvalidPropertyValue = 380; // "Invalid property value"
 inline constexpr int32_t kObjectRequired = 424;       // "Object required"
 }  // namespace errnum
+
+// The classic text of a runtime error number above; "Application-defined or object-defined error" for
+// any other number.
+const char* RuntimeErrorText(int32_t number) noexcept;
 
 class AutomationError : public std::runtime_error {
  public:
@@ -40,7 +49,9 @@ class AutomationError : public std::runtime_error {
   std::string description_;
 };
 
-// The errors the runtime itself raises, with their classic texts.
+// The error the runtime itself raises for `number`, with its classic text.
+AutomationError RuntimeError(int32_t number, const std::string& source = "Quorbex DataLayer");
+// Throws RuntimeError(number, source).
 [[noreturn]] void RaiseRuntimeError(int32_t number, const std::string& source = "Quorbex DataLayer");
 
 }  // namespace quorbex

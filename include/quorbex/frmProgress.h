@@ -1,4 +1,4 @@
-// frmProgress: the progress display of long loops (sorting, pivots).
+// frmProgress: the progress display of long loops (sorting, pivots, XML data files).
 //
 // A model of a small non-modal window with three labels: the bar lblProgress, whose width grows from
 // 0 to 6615 twips, the caller's text lblDescription, and the percentage lblPercent ("50%"). The loop

@@ -13,6 +13,7 @@
 #include "quorbex/errors.h"
 #include "quorbex/text.h"
 #include "service/modService.h"
+#include "value/failure.h"
 
 namespace quorbex {
 
@@ -24,16 +25,9 @@ using analysis::StoredValue;
 namespace {
 
 constexpr const char* kFieldsPrefix = "Analyzer.CalculateFields: ";
-constexpr const char* kObjectNotSetText = "Object variable or With block variable not set";
-constexpr int32_t kObjectNotSet = 91;
 
 bool IsArithmeticOperator(const std::string& op) {
   return op == "+" || op == "-" || op == "*" || op == "/" || op == "^";
-}
-
-std::string Describe(const std::exception& e) {
-  if (const auto* automation = dynamic_cast<const AutomationError*>(&e)) return automation->Description();
-  return e.what();
 }
 
 }  // namespace
@@ -87,7 +81,7 @@ double clsAnalyzer::Calc(const Variant& a, const std::string& op, const Variant&
     if (RoundToDigits != kNoRounding && result != 0.0) result = Round(result, RoundToDigits);
     return result;
   } catch (const std::exception& e) {
-    Report("Analyzer.calc: " + Describe(e));
+    Report(detail::OperationError("Analyzer.calc", e));
     return 0.0;
   }
 }
@@ -103,7 +97,7 @@ void clsAnalyzer::CalculateColumns(int32_t field1, const std::string& op, int32_
       clsOfflineField& result = FieldOf(record.get(), target);
       result.Value(Variant(Calc(a, op, b, RoundToDigits, GermanKeyboard)));
     } catch (const std::exception& e) {
-      last_failure = Describe(e);
+      last_failure = detail::FailureDescription(e);
     }
   }
   if (!last_failure.empty()) Report(kFieldsPrefix + last_failure);
@@ -206,13 +200,13 @@ void clsAnalyzer::FillIf(const Variant& FieldNameOrValue1, const std::string& Op
       const Operand* source = holds ? &fill : (ElseFillWithFieldnameOrValue ? &otherwise : nullptr);
       if (!source) continue;
       if (target == 0) {
-        last_failure = kObjectNotSetText;
+        last_failure = RuntimeErrorText(errnum::kObjectNotSet);
         continue;
       }
       Variant value = source->In(record.get());  // a copy: the source may be the target itself
       FieldOf(record.get(), target).Value(std::move(value));
     } catch (const std::exception& e) {
-      last_failure = Describe(e);
+      last_failure = detail::FailureDescription(e);
     }
   }
   if (!last_failure.empty()) Report(kFieldsPrefix + last_failure);
@@ -230,7 +224,7 @@ void clsAnalyzer::ReplaceField(const std::string& FieldName, const Variant& Sour
     last_failure = "Analyzer.ReplaceField " + std::to_string(number) + ": " + description;
   };
   if (id == 0) {
-    if (records_->Count() > 0) fail(kObjectNotSet, kObjectNotSetText);
+    if (records_->Count() > 0) fail(errnum::kObjectNotSet, RuntimeErrorText(errnum::kObjectNotSet));
   } else {
     std::string full;
     for (const auto& record : records_->Items()) {
@@ -271,13 +265,13 @@ int32_t clsAnalyzer::OccurrenceCount(const std::string& FieldName, const Variant
   int32_t count = 0;
   std::string last_failure;
   if (id == 0) {
-    last_failure = kObjectNotSetText;
+    last_failure = RuntimeErrorText(errnum::kObjectNotSet);
   } else if (MatchCase) {
     for (const auto& record : records_->Items()) {
       try {
         if (Equals(StoredValue(FieldOf(record.get(), id)), SearchValue)) ++count;
       } catch (const std::exception& e) {
-        last_failure = Describe(e);
+        last_failure = detail::FailureDescription(e);
       }
     }
   } else {
@@ -286,7 +280,7 @@ int32_t clsAnalyzer::OccurrenceCount(const std::string& FieldName, const Variant
       analysis::LowerTrimmedText(SearchValue, key);
     } catch (const std::exception& e) {
       // A search value without a text fails at every record alike.
-      Report("Analyzer.OccurrenceCount: " + Describe(e));
+      Report(detail::OperationError("Analyzer.OccurrenceCount", e));
       return 0;
     }
     std::string current;
@@ -295,7 +289,7 @@ int32_t clsAnalyzer::OccurrenceCount(const std::string& FieldName, const Variant
         analysis::LowerTrimmedText(StoredValue(FieldOf(record.get(), id)), current);
         if (current == key) ++count;
       } catch (const std::exception& e) {
-        last_failure = Describe(e);
+        last_failure = detail::FailureDescription(e);
       }
     }
   }

@@ -22,6 +22,7 @@
 #include "quorbex/Formula.h"
 #include "quorbex/clsAnalyzer.h"
 #include "service/modService.h"
+#include "value/failure.h"
 
 namespace quorbex {
 
@@ -118,7 +119,7 @@ void clsAnalyzer::CalculateFormula(const std::string& FormulaString, const std::
   }
   if (unknown_reference) {
     // Reading a field that is not there fails at every record alike.
-    Report("Analyzer.CalculateFields: Object variable or With block variable not set");
+    Report(std::string("Analyzer.CalculateFields: ") + RuntimeErrorText(errnum::kObjectNotSet));
     return;
   }
 
@@ -160,10 +161,8 @@ void clsAnalyzer::CalculateFormula(const std::string& FormulaString, const std::
       const double value = formula->CalcFormula();
       if (formula->HasErrors()) last_failure = formula->ErrorInfo();
       result_field.Value(Variant(Calc(Variant(value), "+", zero, RoundToDigits, GermanKeyboard)));
-    } catch (const AutomationError& e) {
-      last_failure = e.Description();
     } catch (const std::exception& e) {
-      last_failure = e.what();
+      last_failure = detail::FailureDescription(e);
     }
   }
   if (!last_failure.empty()) Report("Analyzer.CalculateFields: " + last_failure);

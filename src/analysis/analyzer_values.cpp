@@ -9,27 +9,12 @@
 #include "analysis/analyzer_internal.h"
 #include "quorbex/errors.h"
 #include "quorbex/text.h"
+#include "value/text_util.h"
+#include "value/failure.h"
 
 namespace quorbex::analysis {
 
 namespace {
-
-constexpr int32_t kObjectNotSet = 91;
-
-bool IsAscii(std::string_view text) noexcept {
-  for (unsigned char c : text) {
-    if (c >= 0x80) return false;
-  }
-  return true;
-}
-
-std::string_view TrimBlanks(std::string_view text) noexcept {
-  size_t begin = 0;
-  size_t end = text.size();
-  while (begin < end && text[begin] == ' ') ++begin;
-  while (end > begin && text[end - 1] == ' ') --end;
-  return text.substr(begin, end - begin);
-}
 
 // The 15-significant-digit text of a finite, non-zero double with "." and "e" (printf's %.15g).
 std::string_view PlainDoubleText(double value, char (&buffer)[40]) noexcept {
@@ -68,7 +53,7 @@ bool ShortestDigits(double value, ShortDigits& out) noexcept {
 // The value an Object stands for in comparisons and texts: its default value.
 Variant Dereference(const Variant& value) {
   const ObjectRef& object = value.AsObject();
-  if (!object) RaiseRuntimeError(kObjectNotSet);
+  if (!object) RaiseRuntimeError(errnum::kObjectNotSet);
   return object->DefaultValue();
 }
 
@@ -81,7 +66,7 @@ const Variant& StoredValue(const clsOfflineField& field) noexcept {
 
 clsOfflineField& FieldOf(const clsOfflineRecord* record, int32_t id) {
   clsOfflineField* field = record ? record->FieldAt(id) : nullptr;
-  if (!field) RaiseRuntimeError(kObjectNotSet);
+  if (!field) RaiseRuntimeError(errnum::kObjectNotSet);
   return *field;
 }
 
@@ -176,9 +161,9 @@ double ReadAsNumber(const Variant& value, bool comma_as_point, std::string& text
 
 void LowerTrimmedText(const Variant& value, std::string& out) {
   out.clear();
-  if (value.IsString() && IsAscii(value.AsString())) {
+  if (value.IsString() && detail::IsAscii(value.AsString())) {
     // For ASCII text LCase changes A-Z only.
-    for (char c : TrimBlanks(value.AsString())) out.push_back(c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c);
+    for (char c : detail::TrimSpaces(value.AsString())) out.push_back(detail::LowerAscii(c));
     return;
   }
   std::string text;
@@ -211,7 +196,7 @@ DistinctValues GatherDistinct(const Collection<std::shared_ptr<clsOfflineRecord>
   if (!records) return out;
   if (field_id <= 0) {
     // Every record would fail alike on the missing field.
-    if (records->Count() > 0) out.last_failure = "Object variable or With block variable not set";
+    if (records->Count() > 0) out.last_failure = RuntimeErrorText(errnum::kObjectNotSet);
     return out;
   }
 
@@ -279,10 +264,8 @@ DistinctValues GatherDistinct(const Collection<std::shared_ptr<clsOfflineRecord>
         index = it->second;
       }
       ++entries[index].records;
-    } catch (const AutomationError& e) {
-      out.last_failure = e.Description();
     } catch (const std::exception& e) {
-      out.last_failure = e.what();
+      out.last_failure = detail::FailureDescription(e);
     }
   }
 

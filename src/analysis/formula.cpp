@@ -11,6 +11,8 @@
 #include "quorbex/errors.h"
 #include "quorbex/locale.h"
 #include "value/number_text.h"
+#include "value/text_util.h"
+#include "value/failure.h"
 
 namespace quorbex {
 
@@ -22,8 +24,6 @@ constexpr double kPiDegrees = 3.14159265358979;
 
 constexpr std::string_view kNoProgress =
     "Formula cannot be reduced: an operator is missing between two values";
-constexpr std::string_view kOverflow = "Overflow";
-constexpr std::string_view kInvalidArgument = "Invalid procedure call or argument";
 
 // A failure that stops the evaluation; its text becomes ErrorInfo.
 class EvaluationStop : public std::runtime_error {
@@ -32,8 +32,8 @@ class EvaluationStop : public std::runtime_error {
 };
 
 [[noreturn]] void Stop(std::string_view description) { throw EvaluationStop(std::string(description)); }
+[[noreturn]] void Stop(int32_t runtime_error) { Stop(RuntimeErrorText(runtime_error)); }
 
-bool IsDigit(char c) noexcept { return c >= '0' && c <= '9'; }
 
 // Cutting the text. The marking replaces, one after the other, "+" "-" "/" "*" "^" "SQRT" "1/x"
 // "Rnd0".."Rnd4" "%" "(" ")" "+/-" by themselves framed in backslashes. None of the multi-character
@@ -128,15 +128,15 @@ Op OperatorOf(std::string_view t) noexcept {
 double ApplyModifier(std::string_view name, double x) {
   if (name == "%") return x / 100.0;
   if (name == "Sqrt" || name == "sqrt" || name == "SQRT") {
-    if (x < 0) Stop(kInvalidArgument);
+    if (x < 0) Stop(errnum::kInvalidProcedureCall);
     return std::sqrt(x);
   }
   if (name == "1/x") {
-    if (x == 0) Stop("Division by zero");
+    if (x == 0) Stop(errnum::kDivisionByZero);
     return 1.0 / x;
   }
   if (name == "+/-") return x * -1.0;
-  Stop(kInvalidArgument);  // a modifier part whose text a reduction has replaced by a number
+  Stop(errnum::kInvalidProcedureCall);  // a modifier part whose text a reduction has replaced by a number
 }
 
 double RoundToFraction(double x, int digits) {
@@ -160,11 +160,11 @@ double ApplyFunction(std::string_view name, double x) {
   if (name == "TAN-R") return std::tan(x);
   if (name == "ATAN-R") return std::atan(x);
   if (name == "Ln") {
-    if (x <= 0) Stop(kInvalidArgument);
+    if (x <= 0) Stop(errnum::kInvalidProcedureCall);
     return std::log(x);
   }
   if (name == "EXP") return std::exp(x);
-  Stop(kInvalidArgument);  // a function part whose text a reduction has replaced by a number
+  Stop(errnum::kInvalidProcedureCall);  // a function part whose text a reduction has replaced by a number
 }
 
 }  // namespace
@@ -234,12 +234,8 @@ double Formula::CalcFormula() {
     }
   } catch (const EvaluationStop& e) {
     error_info_ = e.what();
-  } catch (const AutomationError& e) {
-    error_info_ = e.Description();
-  } catch (const std::bad_alloc&) {
-    error_info_ = "Out of memory";
   } catch (const std::exception& e) {
-    error_info_ = e.what();
+    error_info_ = detail::FailureDescription(e);
   }
   has_errors_ = true;
   return 0.0;
@@ -296,7 +292,7 @@ void Formula::BuildParts(std::string_view source) {
 Formula::PartType Formula::ClassifyToken(std::string_view t) noexcept {
   if (t.empty()) return PartType::kValue;
   // Numbers are by far the most common token; only "1/x" starts with a digit among the names.
-  if (IsDigit(t[0]) && t != "1/x") return PartType::kValue;
+  if (detail::IsAsciiDigit(t[0]) && t != "1/x") return PartType::kValue;
   // "Var1".."Var20" are values, as is everything that matches no name below.
   if (t.size() == 1) {
     switch (t[0]) {
@@ -341,8 +337,8 @@ Formula::Part& Formula::At(size_t index) {
 }
 
 void Formula::SetPart(size_t index, double value) {
-  if (std::isnan(value)) Stop(kInvalidArgument);
-  if (std::isinf(value)) Stop(kOverflow);
+  if (std::isnan(value)) Stop(errnum::kInvalidProcedureCall);
+  if (std::isinf(value)) Stop(errnum::kOverflow);
   Part& part = At(index);
   part.number = value == 0.0 ? 0.0 : value;  // no negative zero
   part.is_number = true;
@@ -358,7 +354,7 @@ void Formula::ClearPart(size_t index) noexcept {
 }
 
 void Formula::CountIgnoredError() {
-  if (ignored_errors_ == std::numeric_limits<int32_t>::max()) Stop(kOverflow);
+  if (ignored_errors_ == std::numeric_limits<int32_t>::max()) Stop(errnum::kOverflow);
   ++ignored_errors_;
 }
 
@@ -376,7 +372,7 @@ bool Formula::EvaluatePart(size_t k) {
       const bool right_opens = At(k + 1).type == PartType::kOpen;
       if (left_closes || right_opens) {
         // The bracket next to it still holds unevaluated parts; they have the higher priority.
-        if (part.prio == std::numeric_limits<int16_t>::min()) Stop(kOverflow);
+        if (part.prio == std::numeric_limits<int16_t>::min()) Stop(errnum::kOverflow);
         --part.prio;
         lowered_operator_ = k;
         return true;
@@ -399,7 +395,7 @@ bool Formula::EvaluatePart(size_t k) {
           }
           break;
         case Op::kPow: result = std::pow(a, b); break;
-        case Op::kUnknown: Stop(kInvalidArgument);  // an operator part overwritten by a modifier
+        case Op::kUnknown: Stop(errnum::kInvalidProcedureCall);  // an operator part overwritten by a modifier
       }
       SetPart(k - 1, result);
       ClearPart(k);
@@ -548,7 +544,7 @@ double Formula::PartValue(std::string_view text, char decimal, char thousands) {
     bool separator = false;
     bool plain = true;
     for (const char c : text) {
-      if (IsDigit(c)) {
+      if (detail::IsAsciiDigit(c)) {
         mantissa = mantissa * 10 + static_cast<uint64_t>(c - '0');
         ++digits;
         fraction_digits += separator ? 1 : 0;
@@ -575,7 +571,7 @@ double Formula::PartValue(std::string_view text, char decimal, char thousands) {
       bool seen = false;
       for (size_t i = 0; i < text.size() && ok; ++i) {
         const char c = text[i];
-        if (IsDigit(c)) {
+        if (detail::IsAsciiDigit(c)) {
           buf[i] = c;
         } else if (c == decimal && c != thousands && !seen) {
           seen = true;
@@ -597,8 +593,8 @@ double Formula::PartValue(std::string_view text, char decimal, char thousands) {
   } else {
     value = Val(text);
   }
-  if (std::isnan(value)) Stop(kInvalidArgument);
-  if (std::isinf(value)) Stop(kOverflow);
+  if (std::isnan(value)) Stop(errnum::kInvalidProcedureCall);
+  if (std::isinf(value)) Stop(errnum::kOverflow);
   return value;
 }
 

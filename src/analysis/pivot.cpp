@@ -30,6 +30,7 @@
 #include "quorbex/text.h"
 #include "service/modService.h"
 #include "service/thread_state.h"
+#include "value/failure.h"
 
 namespace quorbex {
 
@@ -47,10 +48,8 @@ class Steps {
   void Run(Fn&& fn) {
     try {
       fn();
-    } catch (const AutomationError& e) {
-      last_failure_ = e.Description();
     } catch (const std::exception& e) {
-      last_failure_ = e.what();
+      last_failure_ = detail::FailureDescription(e);
     }
   }
   void Fail(std::string description) { last_failure_ = std::move(description); }
@@ -169,10 +168,8 @@ class GroupSums {
         const size_t at = group * Slots() + static_cast<size_t>(slot_of_[j]);
         sums_[at] += value;
         summed_[at] = 1;
-      } catch (const AutomationError& e) {
-        failures_.emplace_back(position, e.Description());
       } catch (const std::exception& e) {
-        failures_.emplace_back(position, e.what());
+        failures_.emplace_back(position, detail::FailureDescription(e));
       }
     }
   }
@@ -227,7 +224,7 @@ struct CriteriaOrder {
   // set when the record is missing or its value has no text.
   uint32_t ReadText(const clsOfflineRecord* record, FieldFinder& criteria, std::string& failure) {
     if (!record) {
-      failure = "Subscript out of range";
+      failure = RuntimeErrorText(errnum::kSubscriptOutOfRange);
       return kNoText;
     }
     try {
@@ -236,10 +233,8 @@ struct CriteriaOrder {
         analysis::AppendValueText(scratch, analysis::StoredValue(*field));
       }
       return TextId(scratch);
-    } catch (const AutomationError& e) {
-      failure = e.Description();
     } catch (const std::exception& e) {
-      failure = e.what();
+      failure = detail::FailureDescription(e);
     }
     return kNoText;
   }
@@ -410,7 +405,7 @@ void OrderByCriteria(DataLayer& parent, const std::string& criteria_field, bool 
     bool progress = with_progress;
     recordset->RecordsetSort(sort_column, ascending, descending, number_only, progress);
   } catch (const std::exception& e) {
-    parent.ErrorStatus(std::string("SortRecordset: ") + e.what());
+    parent.ErrorStatus(detail::OperationError("SortRecordset", e));
   }
   const int32_t walked = parent.RecordCount();
   order.text_ids.reserve(static_cast<size_t>(std::max(walked, 0)));
@@ -442,7 +437,7 @@ std::shared_ptr<DataLayer> clsAnalyzer::Pivot(const std::string& ValueFieldsDivi
   if (parent) {
     steps.Run([&] { OrderByCriteria(*parent, CriteriaField, WithProgressBar, criteria, order, sums); });
   } else {
-    steps.Fail("Object variable or With block variable not set");
+    steps.Fail(RuntimeErrorText(errnum::kObjectNotSet));
   }
 
   steps.Run([&] {

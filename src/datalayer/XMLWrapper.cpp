@@ -5,6 +5,7 @@
 
 #include "platform/xmlfile.h"
 #include "quorbex/DataLayer.h"
+#include "value/failure.h"
 
 namespace quorbex {
 
@@ -134,7 +135,7 @@ void XMLWrapper::WriteXML(const std::string& path, const std::string& root, bool
     component.WriteXML();
     error_ = component.ErrorStatus();
   } catch (const std::exception& e) {
-    error_ = std::string("XMLWrapper: ") + e.what();
+    error_ = detail::OperationError("WriteXML", e);
   }
 }
 
@@ -154,7 +155,7 @@ void XMLWrapper::ReadXML(const std::string& path, bool disable_progress) {
     query_ = component.InputQuery();
     read_ = sink->Result();
   } catch (const std::exception& e) {
-    error_ = std::string("XMLWrapper: ") + e.what();
+    error_ = detail::OperationError("ReadXML", e);
     read_.reset();
   }
 }

@@ -11,6 +11,7 @@
 #include "service/clsLog.h"
 #include "service/modService.h"
 #include "service/thread_state.h"
+#include "value/failure.h"
 
 namespace quorbex {
 
@@ -79,7 +80,7 @@ void DataLayer::SetDatabaseByPath(const std::string& DBPath) {
   try {
     OpenDatabase(DBPath, true);
   } catch (const std::exception& e) {
-    ErrorStatus(std::string("Fehler beim Öffnen der angegebenen Datenbank: ") + e.what());
+    ErrorStatus(detail::OperationError("Fehler beim Öffnen der angegebenen Datenbank", e));
   }
 }
 
@@ -102,7 +103,7 @@ void DataLayer::SetDatabaseByPathAndWorkgroup(const std::string& DBPath, const s
     }
     OpenDatabase(DBPath, true);
   } catch (const std::exception& e) {
-    ErrorStatus(std::string("Fehler beim Öffnen der angegebenen Datenbank: ") + e.what());
+    ErrorStatus(detail::OperationError("Fehler beim Öffnen der angegebenen Datenbank", e));
   }
 }
 
@@ -122,7 +123,7 @@ void DataLayer::CloseDBConnection() {
   try {
     if (state.current_database) state.current_database->Close();
   } catch (const std::exception& e) {
-    ErrorStatus(std::string("CloseDBConnection: ") + e.what());
+    ErrorStatus(detail::OperationError("CloseDBConnection", e));
   }
   state.current_database.reset();
   if (recordset_) recordset_->RecordsetIsReadOnly = true;
@@ -139,7 +140,7 @@ void DataLayer::LogPath(const std::string& value) {
   try {
     platform::SaveSetting(kApp, kSection, "LogPath", value);
   } catch (const std::exception& e) {
-    ErrorStatus(std::string("LogPath: ") + e.what());
+    ErrorStatus(detail::OperationError("LogPath", e));
   }
   State().log_path = LogPathSetting();
 }

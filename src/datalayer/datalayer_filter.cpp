@@ -20,6 +20,8 @@
 #include "quorbex/text.h"
 #include "service/modService.h"
 #include "service/thread_state.h"
+#include "value/text_util.h"
+#include "value/failure.h"
 
 namespace quorbex {
 
@@ -42,18 +44,7 @@ std::string MirroredOperator(const std::string& op) {
 
 using RecordList = std::vector<std::shared_ptr<clsOfflineRecord>>;
 
-// The description an error carries, as it follows the ": " of a message.
-std::string Describe(const std::exception& error) {
-  if (const auto* automation = dynamic_cast<const AutomationError*>(&error)) return automation->Description();
-  return error.what();
-}
 
-bool IsAscii(std::string_view text) noexcept {
-  for (unsigned char c : text) {
-    if (c >= 0x80) return false;
-  }
-  return true;
-}
 
 // The field's Value as text, lower-cased, into `out` (whose storage is reused from record to record).
 void LowerText(const clsOfflineField& field, std::string& out) {
@@ -65,7 +56,7 @@ void LowerText(const clsOfflineField& field, std::string& out) {
   } else {
     out = ToText(value);
   }
-  if (!IsAscii(out)) {
+  if (!detail::IsAscii(out)) {
     out = LCase(out);
     return;
   }
@@ -128,12 +119,10 @@ Variant DataLayer::DeleteFilter() {
   if (unfiltered_) {
     try {
       recordset_ = unfiltered_->Restore(recordset_);
-    } catch (const std::bad_alloc&) {
-      // Nothing changed: the filter stays active and can be undone later.
-      ErrorStatus("DeleteFilter: Out of memory");
-      return {};
     } catch (const std::exception& e) {
-      ErrorStatus("DeleteFilter: " + Describe(e));  // a new record's own "Out of memory"
+      // Out of memory, the copy's own or a new record's: nothing changed, the filter stays active and
+      // can be undone later.
+      ErrorStatus(detail::OperationError("DeleteFilter", e));
       return {};
     }
   } else {
@@ -153,7 +142,7 @@ void DataLayer::RemoveOfflineRecordsIf(const std::string& FieldName, const std::
     const int32_t field = FieldID(FieldName);
     if (recordset_) recordset_->DeleteOutfilteredRecords(field, Operator, varMatch);
   } catch (const std::exception& e) {
-    ErrorStatus("DataLayer.RemoveRecordsIF: " + Describe(e));
+    ErrorStatus(detail::OperationError("DataLayer.RemoveRecordsIF", e));
   }
   // The cursor stays on its position while that still exists.
   if (cursor_ > RecordCount()) cursor_ = RecordCount();
@@ -171,7 +160,7 @@ bool DataLayer::FindRecord(const std::string& strFieldname, const Variant& varCo
     }
     cursor_ = 1;
   } catch (const std::exception& e) {
-    ErrorStatus("FindRecord: " + Describe(e));
+    ErrorStatus(detail::OperationError("FindRecord", e));
   }
   return false;
 }
@@ -322,7 +311,7 @@ Variant DataLayer::RemoveMultipleEntries(const std::string& strField) {
     recordset_->SetRecordCount(recordset_->RecordCount() - static_cast<int32_t>(repeats));
     offline_internal::ReleaseInAddressOrder(removed);
   } catch (const std::exception& e) {
-    ErrorStatus("RemoveMultipleEntries: " + Describe(e));
+    ErrorStatus(detail::OperationError("RemoveMultipleEntries", e));
   }
   if (cursor_ > RecordCount()) cursor_ = RecordCount();
   return {};

@@ -8,6 +8,7 @@
 #include "quorbex/text.h"
 #include "service/open_query.h"
 #include "service/thread_state.h"
+#include "value/failure.h"
 
 namespace quorbex {
 
@@ -40,7 +41,7 @@ bool DataLayer::GetRecordset(const std::string& strSQL, ByRef<bool> WithRealtime
       try {
         OpenDatabase(path, false);
       } catch (const std::exception& e) {
-        ErrorStatus(std::string("Fehler beim Öffnen der angegebenen Datenbank: ") + e.what());
+        ErrorStatus(detail::OperationError("Fehler beim Öffnen der angegebenen Datenbank", e));
         return false;
       }
     }
@@ -72,7 +73,7 @@ bool DataLayer::GetRecordset(const std::string& strSQL, ByRef<bool> WithRealtime
       }
     }
   } catch (const std::exception& e) {
-    ErrorStatus(std::string("GetRecordset: ") + e.what());
+    ErrorStatus(detail::OperationError("GetRecordset", e));
   }
   if (!*WithRealtimeSave) state.open_recordset.reset();
   state.realtime_save = *WithRealtimeSave;

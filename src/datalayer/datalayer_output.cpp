@@ -11,6 +11,7 @@
 #include "quorbex/ListControl.h"
 #include "quorbex/text.h"
 #include "service/modService.h"
+#include "value/failure.h"
 
 namespace quorbex {
 
@@ -99,7 +100,7 @@ bool DataLayer::FillCBO(const std::shared_ptr<ListControl>& objCBO, const std::s
     }
     filled = true;
   } catch (const std::exception& e) {
-    ErrorStatus(std::string("FillCBO: ") + e.what());
+    ErrorStatus(detail::OperationError("FillCBO", e));
   }
   cursor_ = saved;
   return filled;
@@ -122,7 +123,7 @@ bool DataLayer::SetCBOPos(const std::shared_ptr<ListControl>& objCBO, const Vari
       }
     }
   } catch (const std::exception& e) {
-    ErrorStatus(std::string("SetCBOPos: ") + e.what());
+    ErrorStatus(detail::OperationError("SetCBOPos", e));
   }
   return false;
 }
@@ -175,7 +176,7 @@ Variant DataLayer::VisualizeToTextFile() {
       ErrorStatus("VisualizeToTextFile: no text viewer could be started for '" + path + "'");
     }
   } catch (const std::exception& e) {
-    ErrorStatus(std::string("VisualizeToTextFile: ") + e.what());
+    ErrorStatus(detail::OperationError("VisualizeToTextFile", e));
   }
   return {};
 }
@@ -268,7 +269,7 @@ bool DataLayer::WriteDataToCSV(const std::string& strFilePath) {
     }
     return true;
   } catch (const std::exception& e) {
-    ErrorStatus(std::string("WriteDataToCSV: ") + e.what());
+    ErrorStatus(detail::OperationError("WriteDataToCSV", e));
     return false;
   }
 }

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "quorbex/DataLayer.h"
+#include "value/failure.h"
 
 namespace quorbex {
 
@@ -32,7 +33,7 @@ Variant DataLayer::SortRecordset(const std::string& strFieldname, ByRef<bool> bo
     }
     recordset_->RecordsetSort(column, *bolAsc, *bolDesc, *bolNumberOnly, *WithProgressBar);
   } catch (const std::exception& e) {
-    ErrorStatus(std::string("SortRecordset: ") + e.what());
+    ErrorStatus(detail::OperationError("SortRecordset", e));
   }
   return {};
 }
@@ -51,7 +52,7 @@ Variant DataLayer::SortRecordsetNextInside(const std::string& strFieldnameLastSo
     }
     recordset_->RecordsetInnerSort(sorted_last, to_sort, *bolAsc, *bolDesc);
   } catch (const std::exception& e) {
-    ErrorStatus(std::string("SortRecordsetNextInside: ") + e.what());
+    ErrorStatus(detail::OperationError("SortRecordsetNextInside", e));
   }
   return {};
 }

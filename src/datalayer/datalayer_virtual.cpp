@@ -12,6 +12,7 @@
 #include "quorbex/text.h"
 #include "service/modService.h"
 #include "service/thread_state.h"
+#include "value/failure.h"
 
 namespace quorbex {
 
@@ -69,7 +70,7 @@ void DataLayer::AddVirtualField(const std::string& FieldName) {
     // The name list is the layout of records still to come (AddNew on an empty table).
     field_names_.Add(FieldName);
   } catch (const std::exception& e) {
-    ErrorStatus(std::string("AddVirtualField: ") + e.what());
+    ErrorStatus(detail::OperationError("AddVirtualField", e));
   }
 }
 
@@ -82,11 +83,11 @@ void DataLayer::RemoveVirtualField(const std::string& FieldName) {
   try {
     // RemoveField takes a field away only when it is the last one: a middle column stays in the records
     // while its name leaves the name list. Clients know the method by that behaviour, so it is kept.
-    if (!recordset_) throw AutomationError(errnum::kSubscriptOutOfRange, "Quorbex DataLayer", "Subscript out of range");
+    if (!recordset_) RaiseRuntimeError(errnum::kSubscriptOutOfRange);
     recordset_->RemoveField(position);
     if (position <= field_names_.Count()) field_names_.Remove(position);
   } catch (const std::exception& e) {
-    ErrorStatus(std::string("RemoveVirtualField-Error: ") + e.what());
+    ErrorStatus(detail::OperationError("RemoveVirtualField-Error", e));
   }
 }
 
@@ -109,7 +110,7 @@ void DataLayer::RenameVirtualField(const std::string& OldName, const std::string
     }
     if (position <= field_names_.Count()) field_names_.Item(position) = NewName;
   } catch (const std::exception& e) {
-    ErrorStatus(std::string("RenameVirtualField-Error: ") + e.what());
+    ErrorStatus(detail::OperationError("RenameVirtualField-Error", e));
   }
 }
 
@@ -181,7 +182,7 @@ void DataLayer::TrimField(const std::string& strFieldname) {
       SetFieldValue(strFieldname, Variant(Trim(CStr(FieldValue(strFieldname)))));
     }
   } catch (const std::exception& e) {
-    ErrorStatus(std::string("TrimField: ") + e.what());
+    ErrorStatus(detail::OperationError("TrimField", e));
   }
 }
 
@@ -208,7 +209,7 @@ Variant DataLayer::CopyCurrentRecord(const std::string& IDFieldName, std::option
     }
     SetFieldValue(IDFieldName, NewID.value_or(Variant()));
   } catch (const std::exception& e) {
-    ErrorStatus(std::string("CopyCurrentRecord: ") + e.what());
+    ErrorStatus(detail::OperationError("CopyCurrentRecord", e));
   }
   return {};
 }
@@ -277,7 +278,7 @@ bool DataLayer::RepairRecords(const Variant& RecordIDtoUse) {
       items = std::move(ordered);
     }
   } catch (const std::exception& e) {
-    ErrorStatus(std::string("RepairRecords: ") + e.what());
+    ErrorStatus(detail::OperationError("RepairRecords", e));
     return false;
   }
   return true;

@@ -12,6 +12,8 @@
 #include "service/clsLog.h"
 #include "service/modService.h"
 #include "service/thread_state.h"
+#include "value/text_util.h"
+#include "value/failure.h"
 
 namespace quorbex {
 
@@ -91,7 +93,7 @@ void DataLayer::PublishRefreshToken() {
     refresh_token_ = ToText(rows->Fields("GUID")->Value());
     rows->Close();
   } catch (const std::exception& e) {
-    ErrorStatus(std::string("Could not create or update table sys_quorbexdatalayer_refresh! ") + e.what());
+    ErrorStatus("Could not create or update table sys_quorbexdatalayer_refresh! " + detail::FailureDescription(e));
   }
 }
 
@@ -177,7 +179,7 @@ bool DataLayer::RemoveRecord(ByRef<bool> bolDeleteAlsoInDB) {
     recordset_->Remove(cursor_);
     return true;
   } catch (const std::exception& e) {
-    ErrorStatus(std::string("RemoveRecord: ") + e.what());
+    ErrorStatus(detail::OperationError("RemoveRecord", e));
     return false;
   }
 }

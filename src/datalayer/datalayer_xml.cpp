@@ -8,6 +8,7 @@
 #include "datalayer/XMLWrapper.h"
 #include "datalayer/datalayer_internal.h"
 #include "quorbex/DataLayer.h"
+#include "value/failure.h"
 
 namespace quorbex {
 
@@ -58,7 +59,7 @@ bool DataLayer::LoadFromXML(const std::string& XMLFilePath, bool bolDisableProgr
     empty_result_ = false;
     return true;
   } catch (const std::exception& e) {
-    ErrorStatus(std::string("LoadFromXML: ") + e.what());
+    ErrorStatus(detail::OperationError("LoadFromXML", e));
     return false;
   }
 }

@@ -15,6 +15,8 @@
 #include "quorbex/text.h"
 #include "service/clsLog.h"
 #include "service/modService.h"
+#include "value/failure.h"
+#include "value/text_util.h"
 
 namespace quorbex::internal {
 
@@ -49,14 +51,6 @@ std::string Shown(const Variant& value) {
                         "No record with id '" + Shown(id) + "' in the database through the loaded query.");
 }
 
-std::string StripStatementEnd(std::string sql) {
-  while (!sql.empty() && (sql.back() == ' ' || sql.back() == ';' || sql.back() == '\n' || sql.back() == '\r' ||
-                          sql.back() == '\t')) {
-    sql.pop_back();
-  }
-  return sql;
-}
-
 // The database column at the offline field's position; a marked field beyond the loaded query's
 // columns (one added offline) has nowhere to go, and that fails the record.
 std::shared_ptr<db::Field> ColumnFor(db::Recordset& rows, int32_t position, const clsOfflineField& field) {
@@ -78,7 +72,7 @@ std::string SaveRun::Run() {
   try {
     // A failed save leaves its stored query behind; one of the same name is ours and is replaced.
     query_name_ = TimeStampName();
-    const std::string base_sql = StripStatementEnd(CStr(SelectPartBeforeWhereID(layer_.sql_)));
+    const std::string base_sql = std::string(detail::TrimStatementEnd(CStr(SelectPartBeforeWhereID(layer_.sql_))));
     try {
       database_.CreateQueryDef(query_name_, base_sql, true);
     } catch (const db::EngineError& e) {
@@ -90,14 +84,14 @@ std::string SaveRun::Run() {
     in_transaction = true;
     WriteRecords();
   } catch (const std::exception& e) {
-    failure = e.what();
+    failure = detail::FailureDescription(e);
   }
   if (in_transaction) {
     try {
       // The records before a failing one are kept: commit what was written.
       Commit();
     } catch (const std::exception& e) {
-      if (failure.empty()) failure = e.what();
+      if (failure.empty()) failure = detail::FailureDescription(e);
     }
   }
   ClearMarksAndLog();

@@ -69,8 +69,7 @@ std::unique_ptr<UnfilteredCopy> UnfilteredCopy::TakeAndRemove(clsOfflineRecordse
   size_t failed_at = 0;  // one past the last record whose test raised
   if (field != 0 && count > 0 && static_cast<size_t>(count) > records.size()) {
     // The walk would begin with a record the collection does not hold: nothing is tested or removed.
-    failure = std::make_exception_ptr(AutomationError(errnum::kSubscriptOutOfRange, "DataLayer.Filter",
-                                                      "Subscript out of range"));
+    failure = std::make_exception_ptr(RuntimeError(errnum::kSubscriptOutOfRange, "DataLayer.Filter"));
     failed_at = tested;
   }
   for (size_t i = 0; i < records.size(); ++i) {

@@ -4,12 +4,12 @@
 
 namespace quorbex::offline_internal {
 
-AutomationError OutOfMemoryError(const std::string& source) { return AutomationError(7, source, "Out of memory"); }
+AutomationError OutOfMemoryError(const std::string& source) { return RuntimeError(errnum::kOutOfMemory, source); }
 
 void RaiseOutOfMemory(const std::string& source) { throw OutOfMemoryError(source); }
 
 void RaiseObjectNotSet(const std::string& source) {
-  throw AutomationError(91, source, "Object variable or With block variable not set");
+  RaiseRuntimeError(errnum::kObjectNotSet, source);
 }
 
 }  // namespace quorbex::offline_internal

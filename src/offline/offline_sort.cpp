@@ -22,12 +22,12 @@
 
 #include "offline/offline_errors.h"
 #include "offline/offline_sort.h"
-#include "platform/progress_renderer.h"
 #include "quorbex/clsOfflineRecordset.h"
 #include "quorbex/frmProgress.h"
 #include "quorbex/locale.h"
 #include "value/number_text.h"
 #include "service/modService.h"
+#include "value/text_util.h"
 
 namespace quorbex {
 
@@ -40,37 +40,17 @@ constexpr const char* kShortRecordText = "Sortrecordset: FieldColumn Index is hi
 
 // ---- Progress ------------------------------------------------------------------------------------
 
-// The default display: the labels of the progress window, drawn by the installed renderer. The window
-// model itself lives above this module, so its arithmetic (bar width, percentage rounded half to even)
-// is repeated here.
-class RendererDisplay final : public clsOfflineRecordset::SortProgress {
+// The default display: the progress window, drawn by the installed renderer.
+class FormDisplay final : public clsOfflineRecordset::SortProgress {
  public:
   void SetProgress(int32_t position, int32_t total, const std::string& description) override {
-    if (total < 1) return;
-    if (!renderer_) renderer_ = platform::CurrentProgressRenderer();
-    if (!renderer_) return;
-    frmProgress::Label bar, text, percent;
-    bar.Width = frmProgress::kBarWidth / total * position;
-    text.Caption = description;
-    const double percent_value = detail::RoundHalfEven(static_cast<double>(position) / total * 100.0);
-    percent.Caption = std::to_string(static_cast<int64_t>(percent_value)) + "%";
-    try {
-      renderer_->Draw(bar, text, percent);
-    } catch (...) {
-      // A failing renderer must not stop the sort it reports on.
-    }
+    form_.SetProgress(position, total, description);
+    form_.Show();
   }
-  void Unload() override {
-    if (!renderer_) return;
-    try {
-      renderer_->Close();
-    } catch (...) {
-    }
-    renderer_.reset();
-  }
+  void Unload() override { form_.Unload(); }
 
  private:
-  std::shared_ptr<platform::ProgressRenderer> renderer_;
+  frmProgress form_;
 };
 
 std::mutex& MakerMutex() {
@@ -95,7 +75,7 @@ class Progress {
       maker = InstalledMaker();
     }
     try {
-      display_ = maker ? maker() : std::make_unique<RendererDisplay>();
+      display_ = maker ? maker() : std::make_unique<FormDisplay>();
     } catch (...) {
       display_.reset();  // no display is no reason not to sort
     }
@@ -136,18 +116,6 @@ class Progress {
 
 // ---- Keys ----------------------------------------------------------------------------------------
 
-bool IsAscii(std::string_view text) noexcept {
-  for (unsigned char c : text) {
-    if (c >= 0x80) return false;
-  }
-  return true;
-}
-
-void AsciiLower(std::string& text) noexcept {
-  for (char& c : text) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + ('a' - 'A'));
-  }
-}
 
 // SortKeyText of the field's Anything as text. Plain ASCII needs nothing but lower-casing (all the
 // replaced letters lie beyond ASCII), which spares the general routine most of the work.
@@ -160,8 +128,8 @@ std::string TextKey(const clsOfflineField& field) {
   } else if (!field.varValue.IsNull()) {
     text = ToText(field.varValue);
   }
-  if (IsAscii(text)) {
-    AsciiLower(text);
+  if (detail::IsAscii(text)) {
+    detail::LowerAsciiInPlace(text);
     return text;
   }
   return SortKeyText(text);

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "platform/environment.h"
+#include "value/text_util.h"
 
 namespace quorbex::platform {
 
@@ -85,23 +86,6 @@ size_t FindUnescaped(std::string_view text, char wanted) {
   return std::string_view::npos;
 }
 
-std::string_view TrimBlanks(std::string_view text) {
-  while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
-  while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) text.remove_suffix(1);
-  return text;
-}
-
-bool SameName(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i) {
-    char x = a[i], y = b[i];
-    if (x >= 'A' && x <= 'Z') x = static_cast<char>(x - 'A' + 'a');
-    if (y >= 'A' && y <= 'Z') y = static_cast<char>(y - 'A' + 'a');
-    if (x != y) return false;
-  }
-  return true;
-}
-
 // ---- The file as lines ---------------------------------------------------------------------------
 
 std::vector<std::string> SplitLines(const std::string& content) {
@@ -124,15 +108,15 @@ struct SectionName {
 };
 
 std::optional<SectionName> ParseHeader(std::string_view line) {
-  line = TrimBlanks(line);
+  line = detail::TrimBlanks(line);
   if (line.size() < 2 || line.front() != '[') return std::nullopt;
   std::string_view inner = line.substr(1);
   size_t close = FindUnescaped(inner, ']');
   if (close == std::string_view::npos) return std::nullopt;
   inner = inner.substr(0, close);
   size_t slash = FindUnescaped(inner, '/');
-  if (slash == std::string_view::npos) return SectionName{"", Unescape(TrimBlanks(inner))};
-  return SectionName{Unescape(TrimBlanks(inner.substr(0, slash))), Unescape(TrimBlanks(inner.substr(slash + 1)))};
+  if (slash == std::string_view::npos) return SectionName{"", Unescape(detail::TrimBlanks(inner))};
+  return SectionName{Unescape(detail::TrimBlanks(inner.substr(0, slash))), Unescape(detail::TrimBlanks(inner.substr(slash + 1)))};
 }
 
 struct Entry {
@@ -141,13 +125,13 @@ struct Entry {
 };
 
 std::optional<Entry> ParseEntry(std::string_view line) {
-  std::string_view trimmed = TrimBlanks(line);
+  std::string_view trimmed = detail::TrimBlanks(line);
   if (trimmed.empty() || trimmed.front() == ';' || trimmed.front() == '#' || trimmed.front() == '[') {
     return std::nullopt;
   }
   size_t equals = FindUnescaped(trimmed, '=');
   if (equals == std::string_view::npos) return std::nullopt;
-  return Entry{Unescape(TrimBlanks(trimmed.substr(0, equals))), Unescape(TrimBlanks(trimmed.substr(equals + 1)))};
+  return Entry{Unescape(detail::TrimBlanks(trimmed.substr(0, equals))), Unescape(detail::TrimBlanks(trimmed.substr(equals + 1)))};
 }
 
 std::string HeaderLine(const std::string& application, const std::string& section) {
@@ -175,7 +159,7 @@ Location Locate(const std::vector<std::string>& lines, const std::string& applic
     if (auto header = ParseHeader(lines[i])) {
       // The first matching section is the one in use; later duplicates are left alone.
       if (inside) break;
-      inside = SameName(header->application, application) && SameName(header->section, section);
+      inside = detail::SameName(header->application, application) && detail::SameName(header->section, section);
       if (inside) {
         where.section_found = true;
         where.line = i + 1;
@@ -184,7 +168,7 @@ Location Locate(const std::vector<std::string>& lines, const std::string& applic
     }
     if (!inside) continue;
     if (auto entry = ParseEntry(lines[i])) {
-      if (SameName(entry->key, key)) {
+      if (detail::SameName(entry->key, key)) {
         where.key_found = true;
         where.line = i;
         where.stored_key = std::move(entry->key);
@@ -345,7 +329,7 @@ void IniSettingsStore::Save(const std::string& application, const std::string& s
   } else if (where.section_found) {
     lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(where.line), EntryLine(key, value));
   } else {
-    if (!lines.empty() && !TrimBlanks(lines.back()).empty()) lines.emplace_back();
+    if (!lines.empty() && !detail::TrimBlanks(lines.back()).empty()) lines.emplace_back();
     lines.push_back(HeaderLine(application, section));
     lines.push_back(EntryLine(key, value));
   }

@@ -12,8 +12,10 @@
 #include <optional>
 
 #include "platform/files.h"
-#include "platform/progress_renderer.h"
+#include "value/date_time.h"
+#include "quorbex/frmProgress.h"
 #include "value/utf8.h"
+#include "value/text_util.h"
 
 namespace quorbex::platform {
 
@@ -211,10 +213,7 @@ void AppendDate(std::string& out, Date value) {
       const CivilDateTime civil = ToCivil(value);
       if (civil.year >= 100 && civil.year <= 9999 &&
           std::bit_cast<uint64_t>(MakeDate(civil).serial) == std::bit_cast<uint64_t>(value.serial)) {
-        char buffer[32];
-        std::snprintf(buffer, sizeof buffer, "%04d-%02d-%02d %02d:%02d:%02d", civil.year, civil.month, civil.day,
-                      civil.hour, civil.minute, civil.second);
-        out += buffer;
+        out += detail::FormatIsoDateTime(value.serial);
         return;
       }
     } catch (const std::exception&) {
@@ -296,36 +295,36 @@ void AppendValueAndClose(std::string& out, const Variant& stored, std::string_vi
   out += ">\n";
 }
 
-// Draws the progress bar of a long write or read in whole percent, through the installed renderer.
+// Shows the progress window during a long write or read: records `done` of `total`, passed on to the
+// window whenever the whole percentage moves.
 class Progress {
  public:
-  Progress(bool enabled, int64_t total, std::string caption) : total_(total), caption_(std::move(caption)) {
-    if (enabled && total > 0) renderer_ = CurrentProgressRenderer();
-  }
-  ~Progress() {
-    if (renderer_ && drawn_) renderer_->Close();
-  }
+  Progress(bool enabled, int64_t total, std::string caption)
+      : enabled_(enabled && total > 0), total_(total), caption_(std::move(caption)) {}
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
   void Step(int64_t done) {
-    if (!renderer_) return;
+    if (!enabled_) return;
     const int64_t percent = done * 100 / total_;
-    if (drawn_ && percent == percent_) return;
+    if (shown_ && percent == percent_) return;
     percent_ = percent;
-    drawn_ = true;
-    frmProgress::Label bar{frmProgress::kBarWidth * static_cast<double>(done) / static_cast<double>(total_), ""};
-    frmProgress::Label description{0.0, caption_};
-    frmProgress::Label label{0.0, std::to_string(percent) + "%"};
-    renderer_->Draw(bar, description, label);
+    shown_ = true;
+    // The window counts in 32 bits; a larger table is shown in proportion.
+    const int64_t scale = total_ / std::numeric_limits<int32_t>::max() + 1;
+    int32_t position = static_cast<int32_t>(done / scale);
+    int32_t total = static_cast<int32_t>(total_ / scale);
+    form_.SetProgress(position, total, caption_);
+    form_.Show();
   }
 
  private:
+  bool enabled_;
   int64_t total_;
   std::string caption_;
-  std::shared_ptr<ProgressRenderer> renderer_;
+  frmProgress form_;  // closes the window when the write or read ends
   int64_t percent_ = 0;
-  bool drawn_ = false;
+  bool shown_ = false;
 };
 
 // ---- Reading ----------------------------------------------------------------------------------------
@@ -335,17 +334,9 @@ struct ReadFailure {
   std::string message;
 };
 
-std::string_view TrimBlanks(std::string_view text) {
-  while (!text.empty() && (text.front() == ' ' || text.front() == '\t' || text.front() == '\n' || text.front() == '\r'))
-    text.remove_prefix(1);
-  while (!text.empty() && (text.back() == ' ' || text.back() == '\t' || text.back() == '\n' || text.back() == '\r'))
-    text.remove_suffix(1);
-  return text;
-}
-
 template <class T>
 std::optional<T> ParseInteger(std::string_view text) {
-  text = TrimBlanks(text);
+  text = detail::TrimBlanks(text);
   T value{};
   auto result = std::from_chars(text.data(), text.data() + text.size(), value);
   if (result.ec != std::errc() || result.ptr != text.data() + text.size() || text.empty()) return std::nullopt;
@@ -355,7 +346,7 @@ std::optional<T> ParseInteger(std::string_view text) {
 template <class F>
 std::optional<F> ParseFloat(std::string_view text) {
   using Bits = std::conditional_t<sizeof(F) == 4, uint32_t, uint64_t>;
-  text = TrimBlanks(text);
+  text = detail::TrimBlanks(text);
   if (text.starts_with("nan:")) {
     text.remove_prefix(4);
     Bits bits{};
@@ -370,7 +361,7 @@ std::optional<F> ParseFloat(std::string_view text) {
 }
 
 std::optional<Currency> ParseCurrency(std::string_view text) {
-  text = TrimBlanks(text);
+  text = detail::TrimBlanks(text);
   const bool negative = !text.empty() && text.front() == '-';
   if (negative) text.remove_prefix(1);
   const size_t point = text.find('.');
@@ -399,26 +390,12 @@ std::optional<Currency> ParseCurrency(std::string_view text) {
 }
 
 std::optional<Date> ParseDateValue(std::string_view text) {
-  text = TrimBlanks(text);
+  text = detail::TrimBlanks(text);
   if (text.size() == 19 && text[4] == '-' && text[7] == '-' && text[10] == ' ' && text[13] == ':' && text[16] == ':') {
-    auto year = ParseInteger<int>(text.substr(0, 4));
-    auto month = ParseInteger<int>(text.substr(5, 2));
-    auto day = ParseInteger<int>(text.substr(8, 2));
-    auto hour = ParseInteger<int>(text.substr(11, 2));
-    auto minute = ParseInteger<int>(text.substr(14, 2));
-    auto second = ParseInteger<int>(text.substr(17, 2));
-    if (!year || !month || !day || !hour || !minute || !second) return std::nullopt;
-    if (*month < 1 || *month > 12 || *day < 1 || *day > 31 || *hour > 23 || *minute > 59 || *second > 59)
-      return std::nullopt;
-    try {
-      // MakeDate rolls a day past the month's end over into the next month; a data file never holds one.
-      const Date date = MakeDate(CivilDateTime{*year, *month, *day, *hour, *minute, *second});
-      const CivilDateTime back = ToCivil(date);
-      if (back.year != *year || back.month != *month || back.day != *day) return std::nullopt;
-      return date;
-    } catch (const std::exception&) {
-      return std::nullopt;
-    }
+    // Within the classic range only: a data file never holds a date the library cannot.
+    const auto serial = detail::ParseIsoDateTime(text);
+    if (!serial || !detail::IsValidSerial(*serial)) return std::nullopt;
+    return Date{*serial};
   }
   auto serial = ParseFloat<double>(text);
   if (!serial) return std::nullopt;
@@ -426,7 +403,7 @@ std::optional<Date> ParseDateValue(std::string_view text) {
 }
 
 std::optional<bool> ParseBoolean(std::string_view text) {
-  text = TrimBlanks(text);
+  text = detail::TrimBlanks(text);
   if (text == "True" || text == "true" || text == "1") return true;
   if (text == "False" || text == "false" || text == "0") return false;
   return std::nullopt;

@@ -3,6 +3,7 @@
 #include "platform/message_box.h"
 #include "service/modService.h"
 #include "service/thread_state.h"
+#include "value/failure.h"
 
 namespace quorbex {
 
@@ -22,7 +23,7 @@ std::shared_ptr<db::Recordset> OpenQueryRecordset(const std::string& strSQL, int
       return recordset;
     }
   } catch (const std::exception& e) {
-    description = e.what();
+    description = detail::FailureDescription(e);
   } catch (...) {
     description = "Unknown error.";
   }

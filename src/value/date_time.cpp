@@ -3,11 +3,13 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <ctime>
 #include <vector>
 
 #include "quorbex/errors.h"
 #include "quorbex/text.h"
+#include "value/text_util.h"
 
 namespace quorbex {
 
@@ -95,7 +97,6 @@ struct Token {
   int64_t value = 0;  // numbers
 };
 
-bool IsAsciiDigit(char c) { return c >= '0' && c <= '9'; }
 bool IsWordByte(char c) {
   const auto u = static_cast<unsigned char>(c);
   return (u >= 'a' && u <= 'z') || (u >= 'A' && u <= 'Z') || u >= 0x80;
@@ -109,10 +110,10 @@ bool Tokenize(std::string_view s, std::vector<Token>& out) {
     const char c = s[i];
     if (c == ' ' || c == '\t' || c == '\r' || c == '\n') {
       ++i;
-    } else if (IsAsciiDigit(c)) {
+    } else if (detail::IsAsciiDigit(c)) {
       std::size_t j = i;
       int64_t value = 0;
-      while (j < s.size() && IsAsciiDigit(s[j])) {
+      while (j < s.size() && detail::IsAsciiDigit(s[j])) {
         if (j - i >= 9) return false;
         value = value * 10 + (s[j] - '0');
         ++j;
@@ -386,6 +387,49 @@ std::string RenderPattern(std::string_view pattern, const CivilDateTime& c) {
   return out;
 }
 
+// ---- ISO text ---------------------------------------------------------------------------------------
+
+// `n` ASCII digits at `pos` as a number.
+bool IsoDigits(std::string_view s, std::size_t pos, std::size_t n, int& out) {
+  if (pos + n > s.size()) return false;
+  int v = 0;
+  for (std::size_t i = pos; i < pos + n; ++i) {
+    if (!detail::IsAsciiDigit(s[i])) return false;
+    v = v * 10 + (s[i] - '0');
+  }
+  out = v;
+  return true;
+}
+
+// "HH:MM[:SS[.fff]]" from `pos` to the end (a trailing "Z" allowed); seconds of the day.
+std::optional<double> ParseIsoTime(std::string_view s, std::size_t pos) {
+  int h = 0, mi = 0, sec = 0;
+  if (!IsoDigits(s, pos, 2, h) || pos + 2 >= s.size() || s[pos + 2] != ':' || !IsoDigits(s, pos + 3, 2, mi)) {
+    return std::nullopt;
+  }
+  pos += 5;
+  double fraction = 0.0;
+  if (pos < s.size() && s[pos] == ':') {
+    if (!IsoDigits(s, pos + 1, 2, sec)) return std::nullopt;
+    pos += 3;
+    if (pos < s.size() && s[pos] == '.') {
+      ++pos;
+      double scale = 0.1;
+      const std::size_t start = pos;
+      while (pos < s.size() && detail::IsAsciiDigit(s[pos])) {
+        fraction += (s[pos] - '0') * scale;
+        scale /= 10.0;
+        ++pos;
+      }
+      if (pos == start) return std::nullopt;
+    }
+  }
+  if (pos < s.size() && s[pos] == 'Z') ++pos;
+  if (pos != s.size()) return std::nullopt;
+  if (h > 23 || mi > 59 || sec > 59) return std::nullopt;
+  return h * 3600.0 + mi * 60.0 + sec + fraction;
+}
+
 }  // namespace
 
 namespace detail {
@@ -410,6 +454,47 @@ std::string FormatDateIn(Date d, const Locale& locale) {
   if (!has_day) return RenderPattern(locale.long_time_format, c);
   if (!has_time) return RenderPattern(locale.short_date_format, c);
   return RenderPattern(locale.short_date_format, c) + " " + RenderPattern(locale.long_time_format, c);
+}
+
+std::optional<double> ParseIsoDateTime(std::string_view s) {
+  s = TrimBlanks(s);
+  if (s.size() >= 5 && s[2] == ':') {  // a bare time
+    const auto seconds = ParseIsoTime(s, 0);
+    if (!seconds) return std::nullopt;
+    return JoinSerial(0, *seconds / 86400.0);
+  }
+  int y = 0, m = 0, d = 0;
+  if (s.size() < 10 || !IsoDigits(s, 0, 4, y) || s[4] != '-' || !IsoDigits(s, 5, 2, m) || s[7] != '-' ||
+      !IsoDigits(s, 8, 2, d)) {
+    return std::nullopt;
+  }
+  if (m < 1 || m > 12 || d < 1 || d > DaysInMonth(y, m)) return std::nullopt;
+  double seconds = 0.0;
+  if (s.size() > 10) {
+    if (s[10] != ' ' && s[10] != 'T') return std::nullopt;
+    const auto t = ParseIsoTime(s, 11);
+    if (!t) return std::nullopt;
+    seconds = *t;
+  }
+  return JoinSerial(DaysFromCivil(y, m, d) - kSerialEpoch, seconds / 86400.0);
+}
+
+std::string FormatIsoDateTime(double serial) {
+  if (!std::isfinite(serial)) return std::string();
+  const double whole = std::trunc(serial);
+  const double fraction = std::fabs(serial - whole);
+  auto days = static_cast<int64_t>(whole);
+  auto seconds = static_cast<int64_t>(std::llround(fraction * 86400.0));
+  if (seconds >= 86400) {  // rounded up to the next midnight
+    seconds -= 86400;
+    days += 1;
+  }
+  const YearMonthDay ymd = CivilFromDays(days + kSerialEpoch);
+  char buf[96];
+  std::snprintf(buf, sizeof buf, "%04lld-%02d-%02d %02lld:%02lld:%02lld", static_cast<long long>(ymd.year),
+                ymd.month, ymd.day, static_cast<long long>(seconds / 3600), static_cast<long long>(seconds / 60 % 60),
+                static_cast<long long>(seconds % 60));
+  return buf;
 }
 
 }  // namespace detail

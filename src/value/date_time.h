@@ -24,4 +24,13 @@ std::optional<Date> ScanDate(std::string_view text, const Locale& locale);
 // and the date left out on day 0 (1899-12-30).
 std::string FormatDateIn(Date d, const Locale& locale);
 
+// The ISO text that databases and data files store dates in, whatever the locale:
+// "YYYY-MM-DD", "YYYY-MM-DD HH:MM[:SS[.fff]]" (also with "T" and a trailing "Z"), or a bare time
+// "HH:MM[:SS]" -> the day serial; nullopt for anything else or an impossible date. Blanks around the
+// text are ignored.
+std::optional<double> ParseIsoDateTime(std::string_view text);
+// The day serial as "YYYY-MM-DD HH:MM:SS" (rounded to the second); a bare time (serial in [0, 1)) is
+// written on the base date 1899-12-30; the empty text for a serial that is not finite.
+std::string FormatIsoDateTime(double serial);
+
 }  // namespace quorbex::detail

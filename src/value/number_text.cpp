@@ -1,4 +1,5 @@
 #include "value/number_text.h"
+#include "value/text_util.h"
 
 #include <charconv>
 #include <cmath>
@@ -9,12 +10,6 @@
 namespace quorbex::detail {
 
 namespace {
-
-bool IsDigit(char c) noexcept { return c >= '0' && c <= '9'; }
-
-bool IsBlank(char c) noexcept {
-  return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v';
-}
 
 int HexValue(char c) noexcept {
   if (c >= '0' && c <= '9') return c - '0';
@@ -145,7 +140,7 @@ NumberScan ScanNumber(std::string_view text, const Locale& locale) {
   bool any_digit = false;
   bool leading_zeros = true;
   while (i < n) {
-    if (IsDigit(text[i])) {
+    if (IsAsciiDigit(text[i])) {
       digits.Push(text[i]);
       any_digit = true;
       if (leading_zeros && text[i] != '0') leading_zeros = false;
@@ -160,7 +155,7 @@ NumberScan ScanNumber(std::string_view text, const Locale& locale) {
   if (StartsWithAt(text, i, decimal)) {
     i += decimal.size();
     digits.Push('.');
-    while (i < n && IsDigit(text[i])) {
+    while (i < n && IsAsciiDigit(text[i])) {
       digits.Push(text[i]);
       if (leading_zeros && text[i] != '0') leading_zeros = false;
       if (leading_zeros) --magnitude;
@@ -180,7 +175,7 @@ NumberScan ScanNumber(std::string_view text, const Locale& locale) {
     }
     long exponent = 0;
     std::size_t count = 0;
-    while (i < n && IsDigit(text[i])) {
+    while (i < n && IsAsciiDigit(text[i])) {
       digits.Push(text[i]);
       if (exponent < 100000) exponent = exponent * 10 + (text[i] - '0');
       ++count;
@@ -237,7 +232,7 @@ double ScanLeadingNumber(std::string_view text) {
   auto take_digits = [&](bool fraction) {
     while (true) {
       skip();
-      if (i >= n || !IsDigit(text[i])) break;
+      if (i >= n || !IsAsciiDigit(text[i])) break;
       digits.Push(text[i]);
       any_digit = true;
       if (leading_zeros && text[i] != '0') leading_zeros = false;
@@ -271,7 +266,7 @@ double ScanLeadingNumber(std::string_view text) {
     long exponent = 0;
     while (true) {
       skip_at();
-      if (j >= n || !IsDigit(text[j])) break;
+      if (j >= n || !IsAsciiDigit(text[j])) break;
       exponent_text.push_back(text[j]);
       if (exponent < 100000) exponent = exponent * 10 + (text[j] - '0');
       ++j;

@@ -8,6 +8,7 @@
 
 #include "quorbex/errors.h"
 #include "value/utf8.h"
+#include "value/text_util.h"
 
 namespace quorbex {
 
@@ -79,12 +80,7 @@ std::string RTrim(std::string_view s) {
   return e == std::string_view::npos ? std::string() : std::string(s.substr(0, e + 1));
 }
 
-std::string Trim(std::string_view s) {
-  const std::size_t b = s.find_first_not_of(' ');
-  if (b == std::string_view::npos) return {};
-  const std::size_t e = s.find_last_not_of(' ');
-  return std::string(s.substr(b, e - b + 1));
-}
+std::string Trim(std::string_view s) { return std::string(detail::TrimSpaces(s)); }
 
 int32_t Len(std::string_view s) { return ClampLength(utf8::CountChars(s)); }
 

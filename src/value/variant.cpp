@@ -15,7 +15,6 @@ static_assert(sizeof(Variant) <= 40, "a Variant is held per field value; keep it
 
 namespace {
 
-constexpr int32_t kObjectNotSet = 91;  // "Object variable or With block variable not set"
 
 [[noreturn]] void Raise(int32_t number) { RaiseRuntimeError(number); }
 
@@ -26,7 +25,7 @@ Variant Dereference(const Variant& v) {
   for (int depth = 0; depth < 8; ++depth) {
     if (!current.IsObject()) return current;
     const ObjectRef& object = current.AsObject();
-    if (!object) Raise(kObjectNotSet);
+    if (!object) Raise(errnum::kObjectNotSet);
     Variant next = object->DefaultValue();
     current = std::move(next);
   }

@@ -187,6 +187,26 @@ TEST(Clock, FakeClockSetsAndAdvances) {
   EXPECT_GE(ToCivil(NowLocal()).year, 2024);  // the system clock again
 }
 
+TEST(Clock, MonotonicTimeIgnoresTheWallClock) {
+  // The system's monotonic time never goes back.
+  const auto first = MonotonicNow();
+  EXPECT_GE(MonotonicNow(), first);
+
+  auto clock = std::make_shared<test::FakeClock>(DateSerial(2024, 3, 31));
+  ClockScope scope(clock);
+  const auto start = MonotonicNow();
+  clock->Advance(90);
+  EXPECT_EQ(MonotonicNow() - start, std::chrono::seconds(90));
+  // Setting the wall clock back by a day or forward by a year is no time passing.
+  clock->Set(DateSerial(2024, 3, 30));
+  clock->Advance(-3600);
+  clock->Set(DateSerial(2025, 3, 30));
+  EXPECT_EQ(MonotonicNow() - start, std::chrono::seconds(90));
+  EXPECT_EQ(ToCivil(NowLocal()).year, 2025);
+  clock->Advance(0.25);
+  EXPECT_EQ(MonotonicNow() - start, std::chrono::milliseconds(90250));
+}
+
 TEST(Encoding, Windows1252KeepsWhatItCanAndMarksTheRest) {
   EXPECT_EQ(ToWindows1252("Grüße €5 <&>\r\n"), "Gr\xfc\xdf" "e \x80" "5 <&>\r\n");
   EXPECT_EQ(ToWindows1252("Łódź ☃"), "?\xf3" "d? ?");

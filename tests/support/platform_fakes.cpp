@@ -122,6 +122,11 @@ quorbex::Date FakeClock::Now() {
   return now_;
 }
 
+std::chrono::nanoseconds FakeClock::Elapsed() {
+  std::lock_guard lock(mutex_);
+  return elapsed_;
+}
+
 void FakeClock::Set(quorbex::Date now) {
   std::lock_guard lock(mutex_);
   now_ = now;
@@ -132,6 +137,7 @@ void FakeClock::Advance(double seconds) {
   // Kept on whole seconds, like the real clock, so that repeated steps do not drift.
   double total = std::round(now_.serial * 86400.0 + seconds);
   now_.serial = total / 86400.0;
+  if (seconds > 0) elapsed_ += std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::duration<double>(seconds));
 }
 
 // ---- FakeGuidSource ------------------------------------------------------------------------------

@@ -5,6 +5,7 @@
 // Each fake is safe to call from several threads.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <map>
@@ -85,17 +86,21 @@ class FakeEnvironment final : public platform::Environment {
   std::string executable_ = "/opt/quorbex/bin/test";
 };
 
-// A clock that stands still until the test sets or advances it.
+// A clock that stands still until the test sets or advances it. Set moves only the wall clock, as a
+// user setting the system time does; Advance moves both, except that a step back leaves the monotonic
+// clock where it is.
 class FakeClock final : public platform::Clock {
  public:
   explicit FakeClock(quorbex::Date start = {}) : now_(start) {}
   quorbex::Date Now() override;
+  std::chrono::nanoseconds Elapsed() override;
   void Set(quorbex::Date now);
   void Advance(double seconds);
 
  private:
   std::mutex mutex_;
   quorbex::Date now_;
+  std::chrono::nanoseconds elapsed_{0};
 };
 
 // Hands out queued GUIDs, then 00..01, 00..02, ...; with SetFailing(true) it fails like a system

@@ -3,7 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
+#include <stdexcept>
+
 #include "quorbex/errors.h"
+#include "value/failure.h"
+#include "value/text_util.h"
 
 namespace quorbex {
 namespace {
@@ -89,6 +94,48 @@ TEST(Text, TrimRemovesSpacesOnlyAndReplaceIsLiteral) {
   EXPECT_EQ(Replace("abc", "", "x"), "abc");
   EXPECT_EQ(Replace("abc", "b", ""), "ac");
   EXPECT_EQ(Replace(kStrasse, "\xc3\x9f", "ss"), "Strasse");
+}
+
+TEST(TextUtil, BlanksTrimsAndNames) {
+  // The six ASCII white-space characters are blanks, nothing else is (not even a non-breaking space).
+  for (char c : std::string(" \t\n\r\f\v")) EXPECT_TRUE(detail::IsBlank(c)) << int(c);
+  for (char c : std::string("x0;\0\xA0")) EXPECT_FALSE(detail::IsBlank(c)) << int(c);
+  EXPECT_EQ(detail::TrimBlanks(" \t a b \r\n"), "a b");
+  EXPECT_EQ(detail::TrimBlanks(" \t "), "");
+  EXPECT_EQ(detail::TrimSpaces(" \ta\t "), "\ta\t");  // the classic Trim: spaces only
+  EXPECT_EQ(detail::TrimStatementEnd(" SELECT 1 ; ;\r\n"), " SELECT 1");
+  EXPECT_EQ(detail::TrimStatement("\n SELECT ';' ;"), "SELECT ';'");
+  EXPECT_EQ(detail::TrimStatement(";;"), "");
+
+  EXPECT_TRUE(detail::SameName("LogPath", "LOGPATH"));
+  EXPECT_FALSE(detail::SameName("LogPath", "LogPat"));
+  EXPECT_FALSE(detail::SameName(kAerger, kaerger));  // only A-Z fold
+  EXPECT_FALSE(detail::SameName("a@", "A`"));          // the neighbours of A-Z and a-z do not
+
+  EXPECT_TRUE(detail::IsAscii("abc~\x7f"));
+  EXPECT_FALSE(detail::IsAscii(kaerger));
+  EXPECT_TRUE(detail::IsAsciiDigit('0') && detail::IsAsciiDigit('9'));
+  EXPECT_FALSE(detail::IsAsciiDigit('/') || detail::IsAsciiDigit(':'));
+  std::string mixed = "AZaz@[" + kAerger;
+  detail::LowerAsciiInPlace(mixed);
+  EXPECT_EQ(mixed, "azaz@[" "\xc3\x84rger");
+  EXPECT_EQ(detail::UpperAscii("az{`" + kaerger), "AZ{`" "\xc3\xa4RGER");
+}
+
+TEST(Errors, RuntimeTextsAndOperationFailures) {
+  const AutomationError error = RuntimeError(errnum::kDivisionByZero, "Here");
+  EXPECT_EQ(error.Number(), 11);
+  EXPECT_EQ(error.Source(), "Here");
+  EXPECT_EQ(error.Description(), "Division by zero");
+  EXPECT_STREQ(RuntimeErrorText(errnum::kOutOfMemory), "Out of memory");
+  EXPECT_STREQ(RuntimeErrorText(errnum::kObjectNotSet), "Object variable or With block variable not set");
+  EXPECT_STREQ(RuntimeErrorText(errnum::kInvalidPropertyValue), "Invalid property value");
+  EXPECT_STREQ(RuntimeErrorText(4242), "Application-defined or object-defined error");
+
+  EXPECT_EQ(detail::OperationError("TrimField", RuntimeError(errnum::kTypeMismatch)), "TrimField: Type mismatch");
+  EXPECT_EQ(detail::OperationError("FillCBO", std::bad_alloc()), "FillCBO: Out of memory");
+  EXPECT_EQ(detail::OperationError("GetRecordset", std::runtime_error("no such table: x")),
+            "GetRecordset: no such table: x");
 }
 
 }  // namespace

@@ -6,19 +6,13 @@
 #include <limits>
 
 #include "platform/db/errors.h"
+#include "value/text_util.h"
 
 namespace quorbex::db {
 namespace {
 
-std::string UpperAscii(std::string_view s) {
-  std::string out(s);
-  for (char& c : out) {
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-  }
-  return out;
-}
-
-bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+using detail::IsBlank;
+using detail::UpperAscii;
 
 // The words of a declaration before any "(".
 struct DeclWords {
@@ -90,89 +84,6 @@ std::string GuidText(std::string_view b) {
   for (int i = 10; i < 16; ++i) byte(out, i);
   out += '}';
   return out;
-}
-
-// ---- calendar arithmetic (proleptic Gregorian) ---------------------------------------------------
-
-int64_t DaysFromCivil(int64_t y, unsigned m, unsigned d) {
-  y -= m <= 2;
-  const int64_t era = (y >= 0 ? y : y - 399) / 400;
-  const auto yoe = static_cast<unsigned>(y - era * 400);
-  const unsigned doy = (153 * (m > 2 ? m - 3 : m + 9) + 2) / 5 + d - 1;
-  const unsigned doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
-  return era * 146097 + static_cast<int64_t>(doe) - 719468;
-}
-
-void CivilFromDays(int64_t z, int64_t& y, unsigned& m, unsigned& d) {
-  z += 719468;
-  const int64_t era = (z >= 0 ? z : z - 146096) / 146097;
-  const auto doe = static_cast<unsigned>(z - era * 146097);
-  const unsigned yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
-  y = static_cast<int64_t>(yoe) + era * 400;
-  const unsigned doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
-  const unsigned mp = (5 * doy + 2) / 153;
-  d = doy - (153 * mp + 2) / 5 + 1;
-  m = mp < 10 ? mp + 3 : mp - 9;
-  y += (m <= 2);
-}
-
-const int64_t kEpochDays = DaysFromCivil(1899, 12, 30);
-
-unsigned DaysInMonth(int64_t y, unsigned m) {
-  static const unsigned days[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-  if (m == 2) {
-    bool leap = (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
-    return leap ? 29 : 28;
-  }
-  return days[m - 1];
-}
-
-// Whole days since the base date and seconds of the day -> the classic serial, whose fraction is the
-// time of day also for dates before the base date (-1.25 is 1899-12-29 06:00).
-double SerialFrom(int64_t days, double seconds) {
-  double frac = seconds / 86400.0;
-  return days >= 0 ? static_cast<double>(days) + frac : static_cast<double>(days) - frac;
-}
-
-bool Digits(std::string_view s, size_t pos, size_t n, int& out) {
-  if (pos + n > s.size()) return false;
-  int v = 0;
-  for (size_t i = pos; i < pos + n; ++i) {
-    char c = s[i];
-    if (c < '0' || c > '9') return false;
-    v = v * 10 + (c - '0');
-  }
-  out = v;
-  return true;
-}
-
-// "HH:MM[:SS[.fff]]" from `pos` to the end (a trailing "Z" allowed); seconds of the day.
-std::optional<double> ParseTime(std::string_view s, size_t pos) {
-  int h = 0, mi = 0, sec = 0;
-  if (!Digits(s, pos, 2, h) || pos + 2 >= s.size() || s[pos + 2] != ':' || !Digits(s, pos + 3, 2, mi)) {
-    return std::nullopt;
-  }
-  pos += 5;
-  double fraction = 0.0;
-  if (pos < s.size() && s[pos] == ':') {
-    if (!Digits(s, pos + 1, 2, sec)) return std::nullopt;
-    pos += 3;
-    if (pos < s.size() && s[pos] == '.') {
-      ++pos;
-      double scale = 0.1;
-      size_t start = pos;
-      while (pos < s.size() && s[pos] >= '0' && s[pos] <= '9') {
-        fraction += (s[pos] - '0') * scale;
-        scale /= 10.0;
-        ++pos;
-      }
-      if (pos == start) return std::nullopt;
-    }
-  }
-  if (pos < s.size() && s[pos] == 'Z') ++pos;
-  if (pos != s.size()) return std::nullopt;
-  if (h > 23 || mi > 59 || sec > 59) return std::nullopt;
-  return h * 3600.0 + mi * 60.0 + sec + fraction;
 }
 
 // ---- encoding helpers ----------------------------------------------------------------------------
@@ -504,53 +415,6 @@ Stored Encode(const Variant& value, int32_t code) {
     }
     default: return EncodeNatural(value);
   }
-}
-
-std::optional<double> ParseIsoDateTime(std::string_view s) {
-  while (!s.empty() && IsBlank(s.front())) s.remove_prefix(1);
-  while (!s.empty() && IsBlank(s.back())) s.remove_suffix(1);
-  if (s.size() >= 5 && s[2] == ':') {  // a bare time
-    auto seconds = ParseTime(s, 0);
-    if (!seconds) return std::nullopt;
-    return SerialFrom(0, *seconds);
-  }
-  int y = 0, m = 0, d = 0;
-  if (s.size() < 10 || !Digits(s, 0, 4, y) || s[4] != '-' || !Digits(s, 5, 2, m) || s[7] != '-' ||
-      !Digits(s, 8, 2, d)) {
-    return std::nullopt;
-  }
-  if (m < 1 || m > 12 || d < 1 || static_cast<unsigned>(d) > DaysInMonth(y, static_cast<unsigned>(m))) {
-    return std::nullopt;
-  }
-  double seconds = 0.0;
-  if (s.size() > 10) {
-    if (s[10] != ' ' && s[10] != 'T') return std::nullopt;
-    auto t = ParseTime(s, 11);
-    if (!t) return std::nullopt;
-    seconds = *t;
-  }
-  int64_t days = DaysFromCivil(y, static_cast<unsigned>(m), static_cast<unsigned>(d)) - kEpochDays;
-  return SerialFrom(days, seconds);
-}
-
-std::string FormatIsoDateTime(double serial) {
-  if (!std::isfinite(serial)) return std::string();
-  double whole = std::trunc(serial);
-  double fraction = std::fabs(serial - whole);
-  auto days = static_cast<int64_t>(whole);
-  auto seconds = static_cast<int64_t>(std::llround(fraction * 86400.0));
-  if (seconds >= 86400) {  // rounded up to the next midnight
-    seconds -= 86400;
-    days += 1;
-  }
-  int64_t y = 0;
-  unsigned m = 0, d = 0;
-  CivilFromDays(days + kEpochDays, y, m, d);
-  char buf[96];
-  std::snprintf(buf, sizeof buf, "%04lld-%02u-%02u %02lld:%02lld:%02lld", static_cast<long long>(y), m, d,
-                static_cast<long long>(seconds / 3600), static_cast<long long>(seconds / 60 % 60),
-                static_cast<long long>(seconds % 60));
-  return buf;
 }
 
 }  // namespace quorbex::db

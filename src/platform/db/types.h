@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "quorbex/variant.h"
+#include "value/date_time.h"
 
 namespace quorbex::db {
 
@@ -50,11 +51,8 @@ Variant DecodeBlob(std::string_view bytes, int32_t code);
 // (text that is no number, a number out of the type's range, an impossible date).
 Stored Encode(const Variant& value, int32_t code);
 
-// "YYYY-MM-DD", "YYYY-MM-DD HH:MM[:SS[.fff]]" (also with "T" and a trailing "Z"), or a bare time
-// "HH:MM[:SS]" -> the classic day serial; nullopt for anything else or an impossible date.
-std::optional<double> ParseIsoDateTime(std::string_view text);
-// The day serial as "YYYY-MM-DD HH:MM:SS" (rounded to the second); a bare time (serial in [0, 1)) is
-// written on the base date 1899-12-30.
-std::string FormatIsoDateTime(double serial);
+// Dates travel as ISO text (value/date_time.h).
+using detail::FormatIsoDateTime;
+using detail::ParseIsoDateTime;
 
 }  // namespace quorbex::db

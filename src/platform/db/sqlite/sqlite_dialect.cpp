@@ -6,14 +6,13 @@
 namespace quorbex::db::sqlite {
 namespace {
 
-char LowerAscii(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
+using detail::IsBlank;
+using detail::LowerAscii;
 
 bool IsWordChar(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
          static_cast<unsigned char>(c) >= 0x80;
 }
-
-bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v'; }
 
 }  // namespace
 
@@ -134,18 +133,5 @@ std::string Unbracket(std::string_view name) {
   return std::string(name);
 }
 
-std::string_view TrimStatement(std::string_view sql) {
-  while (!sql.empty() && (IsBlank(sql.back()) || sql.back() == ';')) sql.remove_suffix(1);
-  while (!sql.empty() && IsBlank(sql.front())) sql.remove_prefix(1);
-  return sql;
-}
-
-bool SameName(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i) {
-    if (LowerAscii(a[i]) != LowerAscii(b[i])) return false;
-  }
-  return true;
-}
 
 }  // namespace quorbex::db::sqlite

@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "value/text_util.h"
+
 namespace quorbex::db::sqlite {
 
 // A column as a table definition describes it.
@@ -43,9 +45,9 @@ std::string ViewBody(std::string_view create_view);
 bool IsBareName(std::string_view text);
 // The name without [brackets] or "quotes".
 std::string Unbracket(std::string_view name);
-// The text without trailing blanks and semicolons.
-std::string_view TrimStatement(std::string_view sql);
-// ASCII-insensitive equality (SQLite compares identifiers so).
-bool SameName(std::string_view a, std::string_view b);
+// TrimStatement: the text without surrounding blanks and trailing semicolons; SameName: equality
+// ignoring the case of A-Z, as SQLite compares identifiers.
+using detail::SameName;
+using detail::TrimStatement;
 
 }  // namespace quorbex::db::sqlite

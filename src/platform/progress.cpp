@@ -30,11 +30,11 @@ void frmProgress::SetProgress(ByRef<int32_t> position, ByRef<int32_t> total, con
   int32_t& pos = position.get();
   const int32_t tot = total.get();
   if (pos > tot) pos = tot;
-  if (tot == 0) throw AutomationError(11, "Quorbex DataLayer", "Division by zero");
+  if (tot == 0) RaiseRuntimeError(errnum::kDivisionByZero);
   // The same order of operations as the width and percentage are defined with, so that halves round
   // the same way.
   const double width = kBarWidth / tot * pos;
-  if (width < 0) throw AutomationError(380, "Quorbex DataLayer", "Invalid property value");
+  if (width < 0) RaiseRuntimeError(errnum::kInvalidPropertyValue);
   const double percent = detail::RoundHalfEven(static_cast<double>(pos) / tot * 100.0);
 
   progress_.Width = width;
