@@ -20,15 +20,37 @@ void Step(const std::string& text) { std::printf("\n== %s\n", text.c_str()); }
 
 void Show(const std::string& text) { std::printf("   %s\n", text.c_str()); }
 
+struct Column {
+  const char* name;
+  int32_t type;
+  int32_t size = 0;
+  bool required = false;
+};
+
+// A table with an auto-increment "id" key and the columns given, made through the engine's table
+// definitions so that the database's own column types are chosen.
+void CreateTable(db::Database& database, const std::string& name, std::initializer_list<Column> columns) {
+  auto table = database.CreateTableDef(name);
+  auto id = table->CreateField("id", db::dbLong);
+  id->Attributes(db::dbAutoIncrField);
+  table->Fields()->Append(id);
+  for (const Column& column : columns) {
+    auto field = table->CreateField(column.name, column.type, column.size);
+    field->Required(column.required);
+    table->Fields()->Append(field);
+  }
+  database.TableDefs()->Append(table);
+}
+
 // customers and orders, with texts (umlauts included), numbers, dates and yes/no values.
 void CreateSampleDatabase(const std::string& path) {
   auto database = db::DBEngine::Default()->CreateDatabase(path);
-  database->Execute(
-      "CREATE TABLE customers (id INTEGER PRIMARY KEY AUTOINCREMENT, name TEXT(80) NOT NULL, "
-      "city TEXT(50), credit_limit CURRENCY, since DATETIME, active BIT DEFAULT 1)");
-  database->Execute(
-      "CREATE TABLE orders (id INTEGER PRIMARY KEY AUTOINCREMENT, customer_id LONG NOT NULL "
-      "REFERENCES customers(id), ordered DATETIME, amount DOUBLE, paid BIT DEFAULT 0, note MEMO)");
+  CreateTable(*database, "customers",
+              {{"name", db::dbText, 80, true}, {"city", db::dbText, 50}, {"credit_limit", db::dbCurrency},
+               {"since", db::dbDate}, {"active", db::dbBoolean}});
+  CreateTable(*database, "orders",
+              {{"customer_id", db::dbLong, 0, true}, {"ordered", db::dbDate}, {"amount", db::dbDouble},
+               {"paid", db::dbBoolean}, {"note", db::dbMemo}});
   database->Execute(
       "INSERT INTO customers (name, city, credit_limit, since, active) VALUES "
       "('Müller & Söhne GmbH', 'München', 5000, '2019-04-01 00:00:00', 1), "

@@ -1,4 +1,5 @@
-// DBEngine: picks the backend for a path, and the shared behaviour of the engine's base classes.
+// DBEngine: asks the backend list which backend takes a path, and the shared behaviour of the engine's
+// base classes.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -41,14 +42,40 @@ PathKind Inspect(const std::string& path, std::string& header, std::string& prob
   return PathKind::File;
 }
 
-bool IsJetHeader(std::string_view header) {
-  if (header.size() < 19) return false;
-  std::string_view tag = header.substr(4, 15);
-  return tag == "Standard Jet DB" || tag == "Standard ACE DB";
+// The backend that takes a connection string, or nullptr for a name to look up as a file.
+Backend* ForConnectionString(const std::string& name) {
+  for (Backend* backend : Backends()) {
+    if (backend->TakesConnectionString(name)) return backend;
+  }
+  return nullptr;
 }
 
-bool IsServerConnection(std::string_view name) {
-  return name.starts_with("postgresql://") || name.starts_with("postgres://");
+// The backend whose files start with `header`, or nullptr.
+Backend* ForHeader(std::string_view header) {
+  for (Backend* backend : Backends()) {
+    if (backend->Recognizes(header)) return backend;
+  }
+  return nullptr;
+}
+
+// The backend that creates new database files.
+Backend& FileCreator() {
+  for (Backend* backend : Backends()) {
+    if (backend->CreatesFiles()) return *backend;
+  }
+  Raise(ErrorKind::NotSupported, "No backend in this build creates database files.");
+}
+
+// A file to open or compact: missing, folder and unreadable files raise; otherwise its first bytes.
+std::string HeaderOf(const std::string& path) {
+  std::string header, problem;
+  switch (Inspect(path, header, problem)) {
+    case PathKind::Missing: RaiseFileNotFound(path);
+    case PathKind::Folder: Raise(ErrorKind::NotADatabase, "'" + path + "' is a folder, not a database file.");
+    case PathKind::Unreadable: Raise(ErrorKind::General, "Could not open '" + path + "': " + problem + ".");
+    case PathKind::File: break;
+  }
+  return header;
 }
 
 }  // namespace
@@ -63,16 +90,6 @@ std::shared_ptr<DBEngine> DBEngine::Default() {
 
 std::shared_ptr<Database> DBEngine::OpenDatabase(const std::string& Name, bool Exclusive, bool ReadOnly,
                                                  const std::string& Connect) {
-  if (IsServerConnection(Name)) {
-    Raise(ErrorKind::NotSupported, "PostgreSQL connections are not supported yet.");
-  }
-  std::string header, problem;
-  switch (Inspect(Name, header, problem)) {
-    case PathKind::Missing: RaiseFileNotFound(Name);
-    case PathKind::Folder: Raise(ErrorKind::NotADatabase, "'" + Name + "' is a folder, not a database file.");
-    case PathKind::Unreadable: Raise(ErrorKind::General, "Could not open '" + Name + "': " + problem + ".");
-    case PathKind::File: break;
-  }
   OpenOptions options;
   options.exclusive = Exclusive;
   options.read_only = ReadOnly;
@@ -81,47 +98,37 @@ std::shared_ptr<Database> DBEngine::OpenDatabase(const std::string& Name, bool E
   options.system_db = system_db_;
   options.user = default_user_;
   options.password = default_password_;
-  if (SqliteBackend().Recognizes(header)) return SqliteBackend().Open(Name, options);
-  if (IsJetHeader(header)) {
-    Raise(ErrorKind::NotSupported, "Jet and ACE database files (.mdb, .accdb) are not supported yet: '" + Name + "'.");
-  }
+  if (Backend* server = ForConnectionString(Name)) return server->Open(Name, options);
+  if (Backend* backend = ForHeader(HeaderOf(Name))) return backend->Open(Name, options);
   RaiseNotADatabase(Name);
 }
 
 std::shared_ptr<Database> DBEngine::CreateDatabase(const std::string& Name, const std::string& /*Locale*/,
                                                    int32_t /*Options*/) {
-  if (IsServerConnection(Name)) {
-    Raise(ErrorKind::NotSupported, "Creating a database on a server is not supported.");
-  }
+  OpenOptions options;
+  options.busy_timeout_ms = busy_timeout_ms_;
+  options.user = default_user_;
+  options.password = default_password_;
+  if (Backend* server = ForConnectionString(Name)) return server->Create(Name, options);
   std::string header, problem;
   if (Name.empty()) Raise(ErrorKind::General, "No file name given for the new database.");
   if (Inspect(Name, header, problem) != PathKind::Missing) {
     Raise(ErrorKind::AlreadyExists, "Database already exists: '" + Name + "'.");
   }
-  OpenOptions options;
-  options.busy_timeout_ms = busy_timeout_ms_;
-  return SqliteBackend().Create(Name, options);
+  return FileCreator().Create(Name, options);
 }
 
 void DBEngine::CompactDatabase(const std::string& SrcName, const std::string& DstName) {
-  std::string header, problem;
-  switch (Inspect(SrcName, header, problem)) {
-    case PathKind::Missing: RaiseFileNotFound(SrcName);
-    case PathKind::Folder: Raise(ErrorKind::NotADatabase, "'" + SrcName + "' is a folder, not a database file.");
-    case PathKind::Unreadable: Raise(ErrorKind::General, "Could not open '" + SrcName + "': " + problem + ".");
-    case PathKind::File: break;
-  }
-  std::string dst_header;
+  OpenOptions options;
+  options.busy_timeout_ms = busy_timeout_ms_;
+  if (Backend* server = ForConnectionString(SrcName)) return server->Compact(SrcName, DstName, options);
+  const std::string header = HeaderOf(SrcName);
+  std::string dst_header, problem;
   if (DstName.empty()) Raise(ErrorKind::General, "No file name given for the compacted database.");
   if (Inspect(DstName, dst_header, problem) != PathKind::Missing) {
     Raise(ErrorKind::AlreadyExists, "Database already exists: '" + DstName + "'.");
   }
-  OpenOptions options;
-  options.busy_timeout_ms = busy_timeout_ms_;
-  if (SqliteBackend().Recognizes(header)) return SqliteBackend().Compact(SrcName, DstName, options);
-  if (IsJetHeader(header)) {
-    Raise(ErrorKind::NotSupported, "Jet and ACE database files (.mdb, .accdb) are not supported yet: '" + SrcName + "'.");
-  }
+  if (Backend* backend = ForHeader(header)) return backend->Compact(SrcName, DstName, options);
   RaiseNotADatabase(SrcName);
 }
 

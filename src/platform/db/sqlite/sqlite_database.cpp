@@ -1,6 +1,8 @@
 // The SQLite Database, its query definitions, and the backend that opens, creates and compacts files.
 #include <unistd.h>
 
+#include "platform/db/sqlite/sqlite_database.h"
+
 #include "platform/db/backend.h"
 #include "platform/db/errors.h"
 #include "platform/db/sqlite/sqlite_connection.h"
@@ -183,7 +185,17 @@ class SqliteDatabase : public Database {
   bool IsOpen() const override { return conn_->IsOpen(); }
   bool Updatable() const override { return !conn_->ReadOnly(); }
   void Close() override { conn_->Close(); }
-  bool Supports(Feature) const override { return true; }
+  bool Supports(Feature feature) const override {
+    switch (feature) {
+      case Feature::UpdatableRecordsets:
+      case Feature::SchemaChanges:
+      case Feature::StoredQueries:
+      case Feature::TemporaryQueries:
+      case Feature::Compaction:
+      case Feature::Transactions: return true;
+    }
+    return false;
+  }
 
   void Execute(const std::string& Query, int32_t /*Options*/) override {
     records_affected_ = 0;
@@ -277,6 +289,7 @@ std::shared_ptr<Connection> Connect(const std::string& path, int flags, int busy
 class Sqlite : public Backend {
  public:
   const char* Name() const override { return "SQLite"; }
+  bool CreatesFiles() const override { return true; }
 
   bool Recognizes(std::string_view header) const override {
     return header.size() >= 16 && header.substr(0, 16) == std::string_view("SQLite format 3\0", 16);

@@ -1,0 +1,23 @@
+// The list of backends. Adding a backend means adding its folder, its CMake module (which defines
+// QUORBEX_WITH_<NAME> when the backend is built) and its line here.
+#include "platform/db/backend.h"
+#include "platform/db/unbuilt_backend.h"
+
+#ifdef QUORBEX_WITH_SQLITE
+#include "platform/db/sqlite/sqlite_database.h"
+#endif
+
+namespace quorbex::db {
+
+std::span<Backend* const> Backends() {
+  static Backend* const kList[] = {
+#ifdef QUORBEX_WITH_SQLITE
+      &SqliteBackend(),
+#endif
+      &UnbuiltJetBackend(),
+      &UnbuiltServerBackend(),
+  };
+  return kList;
+}
+
+}  // namespace quorbex::db
