@@ -163,6 +163,7 @@ int RunDemo(const std::string& folder_argument) {
   layer->SetFieldValue("city", "København");
   layer->SetFieldValue("credit_limit", Variant(Currency::FromDouble(3000)));
   layer->SetFieldValue("since", Variant(DateSerial(2024, 5, 1)));
+  layer->SetFieldValue("active", Variant(true));
   Show("new record at position " + std::to_string(layer->ActualPosition()) + ", id not yet known: '" +
        CStr(layer->FieldValue("id")) + "'");
 
