@@ -73,12 +73,18 @@ std::string SaveRun::Run() {
     // A failed save leaves its stored query behind; one of the same name is ours and is replaced.
     query_name_ = TimeStampName();
     const std::string base_sql = std::string(detail::TrimStatementEnd(CStr(SelectPartBeforeWhereID(layer_.sql_))));
+    // A temporary query ends with the connection, so a crash cannot leave it behind; an engine
+    // without them keeps a stored one until the end of the save.
+    const bool temporary = database_.Supports(db::Feature::TemporaryQueries);
+    if (!temporary && !database_.Supports(db::Feature::StoredQueries)) {
+      throw db::EngineError(db::ErrorKind::NotSupported, "the database keeps no stored queries");
+    }
     try {
-      database_.CreateQueryDef(query_name_, base_sql, true);
+      database_.CreateQueryDef(query_name_, base_sql, temporary);
     } catch (const db::EngineError& e) {
       if (e.Kind() != db::ErrorKind::AlreadyExists) throw;
       database_.QueryDefs()->Delete(query_name_);
-      database_.CreateQueryDef(query_name_, base_sql, true);
+      database_.CreateQueryDef(query_name_, base_sql, temporary);
     }
     database_.BeginTrans();
     in_transaction = true;

@@ -1,7 +1,7 @@
 // Raising engine errors, and the engine's fixed texts.
 //
 // Every backend reports failures by throwing db::EngineError through Raise(); backends translate their
-// own error codes to an ErrorKind in one place each (sqlite/sqlite_error.cpp for SQLite) and use these
+// own error codes to an ErrorKind in one place each (RaiseSqlite in sqlite/sqlite_connection.cpp) and use these
 // texts where the situation is the same whatever the engine.
 #pragma once
 
