@@ -15,17 +15,16 @@ function(quorbex_module name dir)
   foreach(d IN LISTS M_DEPS)
     list(APPEND deps quorbex_${d})
   endforeach()
+  # include/ is the public interface; src/ is private to the library's own targets (tests and
+  # benchmarks reach it through quorbex_internal).
   if(sources)
     add_library(${target} STATIC ${sources})
-    target_include_directories(${target} PUBLIC
-      $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
-      $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/src>)
+    target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+                                         PRIVATE ${PROJECT_SOURCE_DIR}/src)
     target_link_libraries(${target} PUBLIC ${deps} Threads::Threads PRIVATE ${M_LIBS})
   else()
     add_library(${target} INTERFACE)
-    target_include_directories(${target} INTERFACE
-      $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
-      $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/src>)
+    target_include_directories(${target} INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>)
     target_link_libraries(${target} INTERFACE ${deps} Threads::Threads)
   endif()
   set(QUORBEX_MODULES ${QUORBEX_MODULES} ${target} CACHE INTERNAL "")
@@ -40,7 +39,7 @@ function(quorbex_test name)
     return()
   endif()
   add_executable(test_${name} ${sources})
-  target_link_libraries(test_${name} PRIVATE quorbex_${name} ${extra} quorbex_test_support GTest::gtest GTest::gtest_main)
+  target_link_libraries(test_${name} PRIVATE quorbex_${name} ${extra} quorbex_internal quorbex_test_support GTest::gtest GTest::gtest_main)
   target_compile_definitions(test_${name} PRIVATE QUORBEX_SHARED_DATA="${PROJECT_SOURCE_DIR}/../shared/data")
   gtest_discover_tests(test_${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 600)
 endfunction()

@@ -49,7 +49,7 @@ class DataLayer : public Object, public std::enable_shared_from_this<DataLayer> 
   // ---- Binding (shared by every DataLayer of the thread) ----------------------------------------
   // Takes an open database as the thread's current database. No check of the object.
   void SetDatabase(ByRef<std::shared_ptr<db::Database>> dbDatabase);
-  // Opens the file (SQLite, or a postgresql:// connection string). On failure reports
+  // Opens the database at the path with the backend db::DBEngine picks for it. On failure reports
   // "Fehler beim Öffnen der angegebenen Datenbank: " + description; the previous binding stays.
   void SetDatabaseByPath(const std::string& DBPath);
   // As SetDatabaseByPath, after handing the non-empty workgroup path, user and password to the engine.

@@ -55,10 +55,6 @@ class clsOfflineRecord : public Object, public std::enable_shared_from_this<clsO
     if (Index < 1 || Index > fields_.Count()) return nullptr;
     return fields_.Items()[static_cast<size_t>(Index - 1)].get();
   }
-  // True when no pointer to any of the record's fields is held outside the record (the fields of one
-  // Add call count as one group). Pointers to the record itself or to its field collection are not
-  // looked at: ask the record's own std::shared_ptr for those.
-  bool FieldsHeldOnlyHere() const noexcept;
   // Moves one field inside the record. If `NewFieldID` is greater than the field count it is lowered to
   // the count (the caller's variable changes). The field at `CurrentFieldID` is taken out; if
   // `NewFieldID` then equals the number of fields left it is appended, otherwise inserted before

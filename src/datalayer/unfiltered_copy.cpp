@@ -16,12 +16,29 @@ namespace {
 
 using RecordList = std::vector<std::shared_ptr<clsOfflineRecord>>;
 
+// True when no pointer to any of the record's fields is held outside the record (the fields of one
+// Add call share one count, which is then the number of them held here).
+bool FieldsHeldOnlyHere(clsOfflineRecord& record) {
+  auto collection = record.FieldCollection();
+  const auto& fields = collection->Items();
+  if (fields.empty()) return true;
+  const auto& first = fields.front();
+  const auto shares_first = [&](const std::shared_ptr<clsOfflineField>& field) {
+    return !field.owner_before(first) && !first.owner_before(field);
+  };
+  if (static_cast<size_t>(first.use_count()) == fields.size() &&
+      std::all_of(fields.begin(), fields.end(), shares_first)) {
+    return true;
+  }
+  return std::all_of(fields.begin(), fields.end(), [](const auto& field) { return field.use_count() == 1; });
+}
+
 // True when nothing reaches the record or its fields but `record` itself and `others` more pointers
 // to the record that the caller knows of, and its field counter agrees with its fields. Once those
 // others are gone the record cannot be told from a fresh clone of itself, so it may stand in for one.
 bool HeldOnlyHere(const std::shared_ptr<clsOfflineRecord>& record, long others = 0) {
   return record && record.use_count() == 1 + others && record->FieldCounter() == record->FieldCount() &&
-         record->FieldsHeldOnlyHere();
+         FieldsHeldOnlyHere(*record);
 }
 
 // A new record with every field of `original` (value, name, type, change mark, status) and its marks;

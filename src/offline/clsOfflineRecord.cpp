@@ -52,22 +52,6 @@ std::shared_ptr<clsOfflineField> clsOfflineRecord::Fields(int32_t Index) const n
   return fields_.Items()[static_cast<size_t>(Index - 1)];
 }
 
-bool clsOfflineRecord::FieldsHeldOnlyHere() const noexcept {
-  const auto& fields = fields_.Items();
-  if (fields.empty()) return true;
-  // The fields of one Add call share one count, which is then the number of them held here; fields
-  // added one at a time have a count each.
-  const auto& first = fields.front();
-  const auto shares_first = [&](const std::shared_ptr<clsOfflineField>& field) {
-    return !field.owner_before(first) && !first.owner_before(field);
-  };
-  if (static_cast<size_t>(first.use_count()) == fields.size() &&
-      std::all_of(fields.begin(), fields.end(), shares_first)) {
-    return true;
-  }
-  return std::all_of(fields.begin(), fields.end(), [](const auto& field) { return field.use_count() == 1; });
-}
-
 Variant clsOfflineRecord::MoveFieldToNewPos(ByRef<int32_t> CurrentFieldID, ByRef<int32_t> NewFieldID) {
   if (*NewFieldID > fields_.Count()) NewFieldID = fields_.Count();
   std::shared_ptr<clsOfflineField> field = fields_.Item(*CurrentFieldID);
