@@ -102,8 +102,8 @@ bool SameTextIgnoringCase(const std::string& a, const std::string& b) {
 int main(int argc, char** argv) {
   const int32_t n = argc > 1 ? static_cast<int32_t>(std::strtol(argv[1], nullptr, 10)) : 1000000;
   LocaleScope locale(Locale::C());
-  State().log_disabled = true;
-  State().suppress_all_messages = true;
+  quorbex::internal::State().log_disabled = true;
+  quorbex::internal::State().suppress_all_messages = true;
 
   double t0 = bench::Seconds();
   auto layer = MakeTable(n);
@@ -194,6 +194,6 @@ int main(int argc, char** argv) {
   if (std::abs(sink) > 1e-6 * pivot_rows.front().second.price) std::printf("Pivot sums differ\n");
   bench::Report("Pivot (1M records, 2 sums, 1,000 groups, sort included)", pivot_library, pivot_baseline);
 
-  if (!State().error_text.empty()) std::printf("errors reported:%s\n", State().error_text.c_str());
+  if (!quorbex::internal::State().error_text.empty()) std::printf("errors reported:%s\n", quorbex::internal::State().error_text.c_str());
   return 0;
 }

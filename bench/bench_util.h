@@ -8,6 +8,7 @@
 
 namespace quorbex::bench {
 
+
 inline double Seconds() {
   using namespace std::chrono;
   return duration<double>(steady_clock::now().time_since_epoch()).count();

@@ -88,9 +88,9 @@ std::unique_ptr<std::vector<Variant>> PlainLoop(const std::string& path) {
 
 std::shared_ptr<quorbex::clsOfflineRecordset> LibraryLoad() {
   auto offline = std::make_shared<quorbex::clsOfflineRecordset>();
-  auto rs = quorbex::OpenQueryRecordset("SELECT * FROM bench");
+  auto rs = quorbex::internal::OpenQueryRecordset("SELECT * FROM bench");
   if (!rs || !offline->FillFromDAORecordset(rs, true) || offline->RecordCount() != kRows) {
-    std::fprintf(stderr, "fill failed: %s\n", quorbex::State().error_text.c_str());
+    std::fprintf(stderr, "fill failed: %s\n", quorbex::internal::State().error_text.c_str());
     std::exit(1);
   }
   return offline;
@@ -106,8 +106,8 @@ int main() {
   const std::string path = std::string(folder) + "/fill.sqlite";
   Generate(path);
 
-  quorbex::State().suppress_all_messages = true;
-  quorbex::State().current_database = quorbex::db::DBEngine::Default()->OpenDatabase(path);
+  quorbex::internal::State().suppress_all_messages = true;
+  quorbex::internal::State().current_database = quorbex::db::DBEngine::Default()->OpenDatabase(path);
   PlainLoop(path);  // warm the file into the page cache
   malloc_trim(0);
 
@@ -136,8 +136,8 @@ int main() {
   std::printf("fill 1000000x8 memory: library %.1f bytes/cell, baseline %.1f bytes/cell, ratio %.2f\n", library_bytes,
               baseline_bytes, baseline_bytes > 0 ? library_bytes / baseline_bytes : 0.0);
 
-  quorbex::State().current_database->Close();
-  quorbex::State().current_database.reset();
+  quorbex::internal::State().current_database->Close();
+  quorbex::internal::State().current_database.reset();
   ::unlink(path.c_str());
   ::rmdir(folder);
   return 0;

@@ -161,7 +161,7 @@ int main() {
         for (int32_t r = 1; r <= kRecords; ++r) column.push_back(CellValue(r, 0));
         const Variant limit(kRecords / 2);
         const double start = Seconds();
-        std::erase_if(column, [&](const Variant& v) { return quorbex::CompareValues(v, limit, ">"); });
+        std::erase_if(column, [&](const Variant& v) { return quorbex::internal::CompareValues(v, limit, ">"); });
         seconds = Seconds() - start;
         if (column.size() != size_t(kRecords / 2)) _exit(2);
       }

@@ -83,7 +83,7 @@ struct LibraryTimes {
 };
 
 LibraryTimes LibraryRun(const std::string& path, const std::string& log_folder, bool with_log, double factor) {
-  quorbex::State() = quorbex::ThreadState{};
+  quorbex::internal::State() = quorbex::internal::ThreadState{};
   LibraryTimes times;
   auto layer = std::make_shared<quorbex::DataLayer>();
   layer->LogPath(log_folder);

@@ -14,6 +14,7 @@
 
 namespace quorbex::bench {
 
+
 inline std::unique_ptr<std::vector<Variant>> ReadAllWithSqlite(const std::string& path, const char* sql) {
   auto cells = std::make_unique<std::vector<Variant>>();
   sqlite3* db = nullptr;

@@ -139,7 +139,7 @@ int main() {
   fs::create_directories(folder);
   const std::string library_path = (folder / "library.xml").string();
   const std::string baseline_path = (folder / "baseline.xml").string();
-  quorbex::State().log_disabled = true;
+  quorbex::internal::State().log_disabled = true;
 
   const std::vector<Row> rows = MakeRows();
   auto layer = MakeLayer(rows);

@@ -28,10 +28,10 @@
 
 namespace quorbex {
 
-class clsLog;
-class UnfilteredCopy;
 namespace internal {
+class clsLog;
 class SaveRun;
+class UnfilteredCopy;
 }  // namespace internal
 class clsAnalyzer;
 class ListControl;
@@ -262,14 +262,14 @@ class DataLayer : public Object, public std::enable_shared_from_this<DataLayer> 
   bool data_changed_ = false;
   bool loaded_ = false;
   bool empty_result_ = false;
-  std::unique_ptr<clsLog> log_;
+  std::unique_ptr<internal::clsLog> log_;
   Collection<std::string> field_names_;  // the loaded query's field names, in query order
   std::string alternative_remove_query_;
   bool refresh_timer_active_ = false;
   std::string refresh_token_;
   // Filters: whether one is active, and the records as they were before the first one.
   bool filter_active_ = false;
-  std::unique_ptr<UnfilteredCopy> unfiltered_;
+  std::unique_ptr<internal::UnfilteredCopy> unfiltered_;
   std::shared_ptr<clsAnalyzer> analyzer_;
 };
 

@@ -17,10 +17,12 @@
 
 namespace quorbex {
 
-using analysis::AppendValueText;
-using analysis::FieldOf;
-using analysis::ReadAsNumber;
-using analysis::StoredValue;
+using namespace internal;
+
+using internal::AppendValueText;
+using internal::FieldOf;
+using internal::ReadAsNumber;
+using internal::StoredValue;
 
 namespace {
 
@@ -81,7 +83,7 @@ double clsAnalyzer::Calc(const Variant& a, const std::string& op, const Variant&
     if (RoundToDigits != kNoRounding && result != 0.0) result = Round(result, RoundToDigits);
     return result;
   } catch (const std::exception& e) {
-    Report(detail::OperationError("Analyzer.calc", e));
+    Report(internal::OperationError("Analyzer.calc", e));
     return 0.0;
   }
 }
@@ -97,7 +99,7 @@ void clsAnalyzer::CalculateColumns(int32_t field1, const std::string& op, int32_
       clsOfflineField& result = FieldOf(record.get(), target);
       result.Value(Variant(Calc(a, op, b, RoundToDigits, GermanKeyboard)));
     } catch (const std::exception& e) {
-      last_failure = detail::FailureDescription(e);
+      last_failure = internal::FailureDescription(e);
     }
   }
   if (!last_failure.empty()) Report(kFieldsPrefix + last_failure);
@@ -206,7 +208,7 @@ void clsAnalyzer::FillIf(const Variant& FieldNameOrValue1, const std::string& Op
       Variant value = source->In(record.get());  // a copy: the source may be the target itself
       FieldOf(record.get(), target).Value(std::move(value));
     } catch (const std::exception& e) {
-      last_failure = detail::FailureDescription(e);
+      last_failure = internal::FailureDescription(e);
     }
   }
   if (!last_failure.empty()) Report(kFieldsPrefix + last_failure);
@@ -271,25 +273,25 @@ int32_t clsAnalyzer::OccurrenceCount(const std::string& FieldName, const Variant
       try {
         if (Equals(StoredValue(FieldOf(record.get(), id)), SearchValue)) ++count;
       } catch (const std::exception& e) {
-        last_failure = detail::FailureDescription(e);
+        last_failure = internal::FailureDescription(e);
       }
     }
   } else {
     std::string key;
     try {
-      analysis::LowerTrimmedText(SearchValue, key);
+      internal::LowerTrimmedText(SearchValue, key);
     } catch (const std::exception& e) {
       // A search value without a text fails at every record alike.
-      Report(detail::OperationError("Analyzer.OccurrenceCount", e));
+      Report(internal::OperationError("Analyzer.OccurrenceCount", e));
       return 0;
     }
     std::string current;
     for (const auto& record : records_->Items()) {
       try {
-        analysis::LowerTrimmedText(StoredValue(FieldOf(record.get(), id)), current);
+        internal::LowerTrimmedText(StoredValue(FieldOf(record.get(), id)), current);
         if (current == key) ++count;
       } catch (const std::exception& e) {
-        last_failure = detail::FailureDescription(e);
+        last_failure = internal::FailureDescription(e);
       }
     }
   }
@@ -300,7 +302,7 @@ int32_t clsAnalyzer::OccurrenceCount(const std::string& FieldName, const Variant
 std::shared_ptr<Collection<Variant>> clsAnalyzer::SingleOccurrence(const std::string& FieldName) {
   auto result = std::make_shared<Collection<Variant>>();
   const int32_t id = ResolveField(FieldName);
-  analysis::DistinctValues distinct = analysis::GatherDistinct(records_.get(), id, false);
+  internal::DistinctValues distinct = internal::GatherDistinct(records_.get(), id, false);
   result->Reserve(distinct.values.size());
   for (auto& value : distinct.values) result->Add(std::move(value));
   if (!distinct.last_failure.empty()) Report("Analyzer.SingleOccurrence: " + distinct.last_failure);

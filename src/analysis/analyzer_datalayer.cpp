@@ -8,6 +8,8 @@
 
 namespace quorbex {
 
+using namespace internal;
+
 std::shared_ptr<clsAnalyzer> DataLayer::Analyzer() {
   // Made on first use and kept; the record collection is set anew on every call, because a load or a
   // new virtual table replaces the offline recordset and with it the collection.

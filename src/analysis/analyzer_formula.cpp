@@ -26,6 +26,8 @@
 
 namespace quorbex {
 
+using namespace internal;
+
 namespace {
 
 constexpr const char* kHelpText =
@@ -135,9 +137,9 @@ void clsAnalyzer::CalculateFormula(const std::string& FormulaString, const std::
     try {
       for (size_t k = 0; k < references.size(); ++k) {
         values[k].clear();
-        analysis::AppendValueText(values[k], analysis::StoredValue(analysis::FieldOf(record.get(), references[k].id)));
+        internal::AppendValueText(values[k], internal::StoredValue(internal::FieldOf(record.get(), references[k].id)));
       }
-      clsOfflineField& result_field = analysis::FieldOf(record.get(), target);
+      clsOfflineField& result_field = internal::FieldOf(record.get(), target);
 
       if (have_template && TemplateHolds(references, values)) {
         text.clear();
@@ -162,7 +164,7 @@ void clsAnalyzer::CalculateFormula(const std::string& FormulaString, const std::
       if (formula->HasErrors()) last_failure = formula->ErrorInfo();
       result_field.Value(Variant(Calc(Variant(value), "+", zero, RoundToDigits, GermanKeyboard)));
     } catch (const std::exception& e) {
-      last_failure = detail::FailureDescription(e);
+      last_failure = internal::FailureDescription(e);
     }
   }
   if (!last_failure.empty()) Report("Analyzer.CalculateFields: " + last_failure);

@@ -16,7 +16,7 @@
 #include "quorbex/collection.h"
 #include "quorbex/variant.h"
 
-namespace quorbex::analysis {
+namespace quorbex::internal {
 
 // What clsOfflineField::Value() returns, without the copy: the stored value, Null read as "".
 const Variant& StoredValue(const clsOfflineField& field) noexcept;
@@ -59,4 +59,4 @@ struct DistinctValues {
 DistinctValues GatherDistinct(const Collection<std::shared_ptr<clsOfflineRecord>>* records, int32_t field_id,
                               bool with_counts);
 
-}  // namespace quorbex::analysis
+}  // namespace quorbex::internal

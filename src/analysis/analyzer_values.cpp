@@ -12,7 +12,7 @@
 #include "value/text_util.h"
 #include "value/failure.h"
 
-namespace quorbex::analysis {
+namespace quorbex::internal {
 
 namespace {
 
@@ -161,9 +161,9 @@ double ReadAsNumber(const Variant& value, bool comma_as_point, std::string& text
 
 void LowerTrimmedText(const Variant& value, std::string& out) {
   out.clear();
-  if (value.IsString() && detail::IsAscii(value.AsString())) {
+  if (value.IsString() && internal::IsAscii(value.AsString())) {
     // For ASCII text LCase changes A-Z only.
-    for (char c : detail::TrimSpaces(value.AsString())) out.push_back(detail::LowerAscii(c));
+    for (char c : internal::TrimSpaces(value.AsString())) out.push_back(internal::LowerAscii(c));
     return;
   }
   std::string text;
@@ -265,7 +265,7 @@ DistinctValues GatherDistinct(const Collection<std::shared_ptr<clsOfflineRecord>
       }
       ++entries[index].records;
     } catch (const std::exception& e) {
-      out.last_failure = detail::FailureDescription(e);
+      out.last_failure = internal::FailureDescription(e);
     }
   }
 
@@ -346,4 +346,4 @@ DistinctValues GatherDistinct(const Collection<std::shared_ptr<clsOfflineRecord>
   return out;
 }
 
-}  // namespace quorbex::analysis
+}  // namespace quorbex::internal

@@ -16,6 +16,8 @@
 
 namespace quorbex {
 
+using namespace internal;
+
 namespace {
 
 constexpr std::string_view kPiText = "3.1415926535897932384626433832795";
@@ -142,7 +144,7 @@ double ApplyModifier(std::string_view name, double x) {
 double RoundToFraction(double x, int digits) {
   const double scale = digits == 0 ? 1.0 : digits == 1 ? 10.0 : 100.0;
   const double whole = std::trunc(x);
-  const double fraction = detail::RoundHalfEven((x - whole) * scale) / scale;
+  const double fraction = internal::RoundHalfEven((x - whole) * scale) / scale;
   return whole + fraction;
 }
 
@@ -235,7 +237,7 @@ double Formula::CalcFormula() {
   } catch (const EvaluationStop& e) {
     error_info_ = e.what();
   } catch (const std::exception& e) {
-    error_info_ = detail::FailureDescription(e);
+    error_info_ = internal::FailureDescription(e);
   }
   has_errors_ = true;
   return 0.0;
@@ -292,7 +294,7 @@ void Formula::BuildParts(std::string_view source) {
 Formula::PartType Formula::ClassifyToken(std::string_view t) noexcept {
   if (t.empty()) return PartType::kValue;
   // Numbers are by far the most common token; only "1/x" starts with a digit among the names.
-  if (detail::IsAsciiDigit(t[0]) && t != "1/x") return PartType::kValue;
+  if (internal::IsAsciiDigit(t[0]) && t != "1/x") return PartType::kValue;
   // "Var1".."Var20" are values, as is everything that matches no name below.
   if (t.size() == 1) {
     switch (t[0]) {
@@ -544,7 +546,7 @@ double Formula::PartValue(std::string_view text, char decimal, char thousands) {
     bool separator = false;
     bool plain = true;
     for (const char c : text) {
-      if (detail::IsAsciiDigit(c)) {
+      if (internal::IsAsciiDigit(c)) {
         mantissa = mantissa * 10 + static_cast<uint64_t>(c - '0');
         ++digits;
         fraction_digits += separator ? 1 : 0;
@@ -571,7 +573,7 @@ double Formula::PartValue(std::string_view text, char decimal, char thousands) {
       bool seen = false;
       for (size_t i = 0; i < text.size() && ok; ++i) {
         const char c = text[i];
-        if (detail::IsAsciiDigit(c)) {
+        if (internal::IsAsciiDigit(c)) {
           buf[i] = c;
         } else if (c == decimal && c != thousands && !seen) {
           seen = true;

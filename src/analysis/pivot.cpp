@@ -13,7 +13,7 @@
 // record.
 //
 // PivotCountOnly gathers the distinct values and the count of each in a single pass (see
-// analysis::GatherDistinct), instead of counting the whole table again for every distinct value.
+// internal::GatherDistinct), instead of counting the whole table again for every distinct value.
 #include <algorithm>
 #include <deque>
 #include <exception>
@@ -34,6 +34,8 @@
 
 namespace quorbex {
 
+using namespace internal;
+
 namespace {
 
 constexpr const char* kPivotFailure = "Analyzer.Pivot: Fehler bei Aufbereitung: ";
@@ -49,7 +51,7 @@ class Steps {
     try {
       fn();
     } catch (const std::exception& e) {
-      last_failure_ = detail::FailureDescription(e);
+      last_failure_ = internal::FailureDescription(e);
     }
   }
   void Fail(std::string description) { last_failure_ = std::move(description); }
@@ -164,12 +166,12 @@ class GroupSums {
       if (slot_of_[j] < 0) continue;
       try {
         const clsOfflineField* field = sources_[j].In(record);
-        const double value = field ? SumValue(analysis::StoredValue(*field)) : 0.0;
+        const double value = field ? SumValue(internal::StoredValue(*field)) : 0.0;
         const size_t at = group * Slots() + static_cast<size_t>(slot_of_[j]);
         sums_[at] += value;
         summed_[at] = 1;
       } catch (const std::exception& e) {
-        failures_.emplace_back(position, detail::FailureDescription(e));
+        failures_.emplace_back(position, internal::FailureDescription(e));
       }
     }
   }
@@ -230,11 +232,11 @@ struct CriteriaOrder {
     try {
       scratch.clear();
       if (const clsOfflineField* field = criteria.In(*record)) {
-        analysis::AppendValueText(scratch, analysis::StoredValue(*field));
+        internal::AppendValueText(scratch, internal::StoredValue(*field));
       }
       return TextId(scratch);
     } catch (const std::exception& e) {
-      failure = detail::FailureDescription(e);
+      failure = internal::FailureDescription(e);
     }
     return kNoText;
   }
@@ -253,7 +255,7 @@ struct CriteriaOrder {
   std::vector<uint32_t> place_of;
   std::vector<std::pair<size_t, std::string>> failures;  // by position: why its text is missing
   std::deque<std::string> texts;                         // the distinct texts, by id
-  analysis::TextMap index;                               // text -> id
+  internal::TextMap index;                               // text -> id
   std::string scratch;
   // Set when the groups and their sums were found together with the order: the text of each group.
   std::vector<uint32_t> group_text;
@@ -272,7 +274,7 @@ bool PlainSortText(const clsOfflineField& field, std::string& buffer, std::strin
     case VarType::Byte:
     case VarType::Double:
       buffer.clear();
-      analysis::AppendValueText(buffer, value);
+      internal::AppendValueText(buffer, value);
       text = buffer;
       return true;
     default: return false;
@@ -320,7 +322,7 @@ void OrderByCriteria(DataLayer& parent, const std::string& criteria_field, bool 
     std::vector<uint32_t> bucket_of_text;  // by text id; kNoBucket until its key is known
     std::vector<std::string> bucket_keys;
     std::vector<uint32_t> bucket_texts;    // how many texts share each bucket
-    analysis::TextMap bucket_index;        // key -> bucket
+    internal::TextMap bucket_index;        // key -> bucket
     std::vector<uint32_t> bucket_of(count);
     std::vector<uint32_t> text_of(count);
     bool one_group_per_bucket = true;
@@ -405,7 +407,7 @@ void OrderByCriteria(DataLayer& parent, const std::string& criteria_field, bool 
     bool progress = with_progress;
     recordset->RecordsetSort(sort_column, ascending, descending, number_only, progress);
   } catch (const std::exception& e) {
-    parent.ErrorStatus(detail::OperationError("SortRecordset", e));
+    parent.ErrorStatus(internal::OperationError("SortRecordset", e));
   }
   const int32_t walked = parent.RecordCount();
   order.text_ids.reserve(static_cast<size_t>(std::max(walked, 0)));
@@ -528,7 +530,7 @@ std::shared_ptr<DataLayer> clsAnalyzer::PivotCountOnly(const std::string& Criter
   auto result = std::make_shared<DataLayer>();
 
   const int32_t id = ResolveField(CriteriaField);
-  analysis::DistinctValues distinct = analysis::GatherDistinct(records_.get(), id, true);
+  internal::DistinctValues distinct = internal::GatherDistinct(records_.get(), id, true);
   if (!distinct.last_failure.empty()) steps.Fail(distinct.last_failure);
 
   steps.Run([&] {

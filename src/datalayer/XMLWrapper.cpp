@@ -7,7 +7,7 @@
 #include "quorbex/DataLayer.h"
 #include "value/failure.h"
 
-namespace quorbex {
+namespace quorbex::internal {
 
 namespace {
 
@@ -135,7 +135,7 @@ void XMLWrapper::WriteXML(const std::string& path, const std::string& root, bool
     component.WriteXML();
     error_ = component.ErrorStatus();
   } catch (const std::exception& e) {
-    error_ = detail::OperationError("WriteXML", e);
+    error_ = internal::OperationError("WriteXML", e);
   }
 }
 
@@ -155,9 +155,9 @@ void XMLWrapper::ReadXML(const std::string& path, bool disable_progress) {
     query_ = component.InputQuery();
     read_ = sink->Result();
   } catch (const std::exception& e) {
-    error_ = detail::OperationError("ReadXML", e);
+    error_ = internal::OperationError("ReadXML", e);
     read_.reset();
   }
 }
 
-}  // namespace quorbex
+}  // namespace quorbex::internal

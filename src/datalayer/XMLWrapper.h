@@ -15,8 +15,11 @@
 #include "quorbex/clsOfflineRecordset.h"
 
 namespace quorbex {
-
 class DataLayer;
+}  // namespace quorbex
+
+namespace quorbex::internal {
+
 
 class XMLWrapper {
  public:
@@ -47,4 +50,4 @@ class XMLWrapper {
   std::string error_;
 };
 
-}  // namespace quorbex
+}  // namespace quorbex::internal

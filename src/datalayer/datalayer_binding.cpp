@@ -15,6 +15,8 @@
 
 namespace quorbex {
 
+using namespace internal;
+
 namespace {
 constexpr const char* kApp = "Quorbex DataLayer";
 constexpr const char* kSection = "Settings";
@@ -80,7 +82,7 @@ void DataLayer::SetDatabaseByPath(const std::string& DBPath) {
   try {
     OpenDatabase(DBPath, true);
   } catch (const std::exception& e) {
-    ErrorStatus(detail::OperationError("Fehler beim Öffnen der angegebenen Datenbank", e));
+    ErrorStatus(internal::OperationError("Fehler beim Öffnen der angegebenen Datenbank", e));
   }
 }
 
@@ -103,7 +105,7 @@ void DataLayer::SetDatabaseByPathAndWorkgroup(const std::string& DBPath, const s
     }
     OpenDatabase(DBPath, true);
   } catch (const std::exception& e) {
-    ErrorStatus(detail::OperationError("Fehler beim Öffnen der angegebenen Datenbank", e));
+    ErrorStatus(internal::OperationError("Fehler beim Öffnen der angegebenen Datenbank", e));
   }
 }
 
@@ -123,7 +125,7 @@ void DataLayer::CloseDBConnection() {
   try {
     if (state.current_database) state.current_database->Close();
   } catch (const std::exception& e) {
-    ErrorStatus(detail::OperationError("CloseDBConnection", e));
+    ErrorStatus(internal::OperationError("CloseDBConnection", e));
   }
   state.current_database.reset();
   if (recordset_) recordset_->RecordsetIsReadOnly = true;
@@ -140,7 +142,7 @@ void DataLayer::LogPath(const std::string& value) {
   try {
     platform::SaveSetting(kApp, kSection, "LogPath", value);
   } catch (const std::exception& e) {
-    ErrorStatus(detail::OperationError("LogPath", e));
+    ErrorStatus(internal::OperationError("LogPath", e));
   }
   State().log_path = LogPathSetting();
 }

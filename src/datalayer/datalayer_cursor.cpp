@@ -9,7 +9,9 @@
 
 namespace quorbex {
 
-std::string FieldKey(const std::string& name) { return UCase(Trim(name)); }
+using namespace internal;
+
+std::string internal::FieldKey(const std::string& name) { return UCase(Trim(name)); }
 
 namespace {
 

@@ -25,6 +25,8 @@
 
 namespace quorbex {
 
+using namespace internal;
+
 namespace {
 
 // The number of pieces of the field list FullTextSearch looks at.
@@ -56,7 +58,7 @@ void LowerText(const clsOfflineField& field, std::string& out) {
   } else {
     out = ToText(value);
   }
-  if (!detail::IsAscii(out)) {
+  if (!internal::IsAscii(out)) {
     out = LCase(out);
     return;
   }
@@ -122,7 +124,7 @@ Variant DataLayer::DeleteFilter() {
     } catch (const std::exception& e) {
       // Out of memory, the copy's own or a new record's: nothing changed, the filter stays active and
       // can be undone later.
-      ErrorStatus(detail::OperationError("DeleteFilter", e));
+      ErrorStatus(internal::OperationError("DeleteFilter", e));
       return {};
     }
   } else {
@@ -142,7 +144,7 @@ void DataLayer::RemoveOfflineRecordsIf(const std::string& FieldName, const std::
     const int32_t field = FieldID(FieldName);
     if (recordset_) recordset_->DeleteOutfilteredRecords(field, Operator, varMatch);
   } catch (const std::exception& e) {
-    ErrorStatus(detail::OperationError("DataLayer.RemoveRecordsIF", e));
+    ErrorStatus(internal::OperationError("DataLayer.RemoveRecordsIF", e));
   }
   // The cursor stays on its position while that still exists.
   if (cursor_ > RecordCount()) cursor_ = RecordCount();
@@ -160,7 +162,7 @@ bool DataLayer::FindRecord(const std::string& strFieldname, const Variant& varCo
     }
     cursor_ = 1;
   } catch (const std::exception& e) {
-    ErrorStatus(detail::OperationError("FindRecord", e));
+    ErrorStatus(internal::OperationError("FindRecord", e));
   }
   return false;
 }
@@ -264,7 +266,7 @@ Variant DataLayer::RemoveMultipleEntries(const std::string& strField) {
     // The ascending text sort decides the order. Only its order is computed, and the kept records are
     // placed once; when a record lacks the field the sort itself runs (it ends early with its error)
     // and the records are taken as it left them.
-    std::optional<std::vector<uint32_t>> order = offline_internal::AscendingTextOrder(*recordset_, field);
+    std::optional<std::vector<uint32_t>> order = internal::AscendingTextOrder(*recordset_, field);
     if (!order) {
       bool ascending = true, descending = false;
       recordset_->RecordsetSort(field, ascending, descending);
@@ -309,9 +311,9 @@ Variant DataLayer::RemoveMultipleEntries(const std::string& strField) {
     }
     records.swap(placed);
     recordset_->SetRecordCount(recordset_->RecordCount() - static_cast<int32_t>(repeats));
-    offline_internal::ReleaseInAddressOrder(removed);
+    internal::ReleaseInAddressOrder(removed);
   } catch (const std::exception& e) {
-    ErrorStatus(detail::OperationError("RemoveMultipleEntries", e));
+    ErrorStatus(internal::OperationError("RemoveMultipleEntries", e));
   }
   if (cursor_ > RecordCount()) cursor_ = RecordCount();
   return {};

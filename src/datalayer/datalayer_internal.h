@@ -3,11 +3,11 @@
 
 #include <string>
 
-namespace quorbex {
+namespace quorbex::internal {
 
 inline constexpr const char* kNotLoaded = "Recordset not Loaded!";
 
 // The trimmed, upper-cased form used for every by-name field lookup but FieldID's first step.
 std::string FieldKey(const std::string& name);
 
-}  // namespace quorbex
+}  // namespace quorbex::internal

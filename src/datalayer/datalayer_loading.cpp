@@ -12,6 +12,8 @@
 
 namespace quorbex {
 
+using namespace internal;
+
 bool DataLayer::GetRecordset(const std::string& strSQL, ByRef<bool> WithRealtimeSave) {
   // The result is False whatever happens: clients look at RecordCount() and ErrorStatus().
   const std::string head = UCase(Left(strSQL, 6));
@@ -41,7 +43,7 @@ bool DataLayer::GetRecordset(const std::string& strSQL, ByRef<bool> WithRealtime
       try {
         OpenDatabase(path, false);
       } catch (const std::exception& e) {
-        ErrorStatus(detail::OperationError("Fehler beim Öffnen der angegebenen Datenbank", e));
+        ErrorStatus(internal::OperationError("Fehler beim Öffnen der angegebenen Datenbank", e));
         return false;
       }
     }
@@ -73,7 +75,7 @@ bool DataLayer::GetRecordset(const std::string& strSQL, ByRef<bool> WithRealtime
       }
     }
   } catch (const std::exception& e) {
-    ErrorStatus(detail::OperationError("GetRecordset", e));
+    ErrorStatus(internal::OperationError("GetRecordset", e));
   }
   if (!*WithRealtimeSave) state.open_recordset.reset();
   state.realtime_save = *WithRealtimeSave;

@@ -15,6 +15,8 @@
 
 namespace quorbex {
 
+using namespace internal;
+
 namespace {
 
 // The blanks FillCBO puts between an item's display text and its identifier: enough to push the
@@ -100,7 +102,7 @@ bool DataLayer::FillCBO(const std::shared_ptr<ListControl>& objCBO, const std::s
     }
     filled = true;
   } catch (const std::exception& e) {
-    ErrorStatus(detail::OperationError("FillCBO", e));
+    ErrorStatus(internal::OperationError("FillCBO", e));
   }
   cursor_ = saved;
   return filled;
@@ -123,7 +125,7 @@ bool DataLayer::SetCBOPos(const std::shared_ptr<ListControl>& objCBO, const Vari
       }
     }
   } catch (const std::exception& e) {
-    ErrorStatus(detail::OperationError("SetCBOPos", e));
+    ErrorStatus(internal::OperationError("SetCBOPos", e));
   }
   return false;
 }
@@ -176,7 +178,7 @@ Variant DataLayer::VisualizeToTextFile() {
       ErrorStatus("VisualizeToTextFile: no text viewer could be started for '" + path + "'");
     }
   } catch (const std::exception& e) {
-    ErrorStatus(detail::OperationError("VisualizeToTextFile", e));
+    ErrorStatus(internal::OperationError("VisualizeToTextFile", e));
   }
   return {};
 }
@@ -269,7 +271,7 @@ bool DataLayer::WriteDataToCSV(const std::string& strFilePath) {
     }
     return true;
   } catch (const std::exception& e) {
-    ErrorStatus(detail::OperationError("WriteDataToCSV", e));
+    ErrorStatus(internal::OperationError("WriteDataToCSV", e));
     return false;
   }
 }

@@ -12,6 +12,8 @@
 
 namespace quorbex {
 
+using namespace internal;
+
 namespace {
 
 void SettleDirection(bool& ascending, bool& descending) noexcept {
@@ -33,7 +35,7 @@ Variant DataLayer::SortRecordset(const std::string& strFieldname, ByRef<bool> bo
     }
     recordset_->RecordsetSort(column, *bolAsc, *bolDesc, *bolNumberOnly, *WithProgressBar);
   } catch (const std::exception& e) {
-    ErrorStatus(detail::OperationError("SortRecordset", e));
+    ErrorStatus(internal::OperationError("SortRecordset", e));
   }
   return {};
 }
@@ -52,7 +54,7 @@ Variant DataLayer::SortRecordsetNextInside(const std::string& strFieldnameLastSo
     }
     recordset_->RecordsetInnerSort(sorted_last, to_sort, *bolAsc, *bolDesc);
   } catch (const std::exception& e) {
-    ErrorStatus(detail::OperationError("SortRecordsetNextInside", e));
+    ErrorStatus(internal::OperationError("SortRecordsetNextInside", e));
   }
   return {};
 }

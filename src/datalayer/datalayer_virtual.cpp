@@ -16,6 +16,8 @@
 
 namespace quorbex {
 
+using namespace internal;
+
 namespace {
 constexpr const char* kSource = "Quorbex DataLayer";
 constexpr int32_t kVirtualTableError = 40000;
@@ -70,7 +72,7 @@ void DataLayer::AddVirtualField(const std::string& FieldName) {
     // The name list is the layout of records still to come (AddNew on an empty table).
     field_names_.Add(FieldName);
   } catch (const std::exception& e) {
-    ErrorStatus(detail::OperationError("AddVirtualField", e));
+    ErrorStatus(internal::OperationError("AddVirtualField", e));
   }
 }
 
@@ -87,7 +89,7 @@ void DataLayer::RemoveVirtualField(const std::string& FieldName) {
     recordset_->RemoveField(position);
     if (position <= field_names_.Count()) field_names_.Remove(position);
   } catch (const std::exception& e) {
-    ErrorStatus(detail::OperationError("RemoveVirtualField-Error", e));
+    ErrorStatus(internal::OperationError("RemoveVirtualField-Error", e));
   }
 }
 
@@ -110,7 +112,7 @@ void DataLayer::RenameVirtualField(const std::string& OldName, const std::string
     }
     if (position <= field_names_.Count()) field_names_.Item(position) = NewName;
   } catch (const std::exception& e) {
-    ErrorStatus(detail::OperationError("RenameVirtualField-Error", e));
+    ErrorStatus(internal::OperationError("RenameVirtualField-Error", e));
   }
 }
 
@@ -182,7 +184,7 @@ void DataLayer::TrimField(const std::string& strFieldname) {
       SetFieldValue(strFieldname, Variant(Trim(CStr(FieldValue(strFieldname)))));
     }
   } catch (const std::exception& e) {
-    ErrorStatus(detail::OperationError("TrimField", e));
+    ErrorStatus(internal::OperationError("TrimField", e));
   }
 }
 
@@ -209,7 +211,7 @@ Variant DataLayer::CopyCurrentRecord(const std::string& IDFieldName, std::option
     }
     SetFieldValue(IDFieldName, NewID.value_or(Variant()));
   } catch (const std::exception& e) {
-    ErrorStatus(detail::OperationError("CopyCurrentRecord", e));
+    ErrorStatus(internal::OperationError("CopyCurrentRecord", e));
   }
   return {};
 }
@@ -278,7 +280,7 @@ bool DataLayer::RepairRecords(const Variant& RecordIDtoUse) {
       items = std::move(ordered);
     }
   } catch (const std::exception& e) {
-    ErrorStatus(detail::OperationError("RepairRecords", e));
+    ErrorStatus(internal::OperationError("RepairRecords", e));
     return false;
   }
   return true;

@@ -17,6 +17,8 @@
 
 namespace quorbex {
 
+using namespace internal;
+
 namespace {
 
 constexpr const char* kRefreshTable = "sys_quorbexdatalayer_refresh";
@@ -93,7 +95,7 @@ void DataLayer::PublishRefreshToken() {
     refresh_token_ = ToText(rows->Fields("GUID")->Value());
     rows->Close();
   } catch (const std::exception& e) {
-    ErrorStatus("Could not create or update table sys_quorbexdatalayer_refresh! " + detail::FailureDescription(e));
+    ErrorStatus("Could not create or update table sys_quorbexdatalayer_refresh! " + internal::FailureDescription(e));
   }
 }
 
@@ -179,7 +181,7 @@ bool DataLayer::RemoveRecord(ByRef<bool> bolDeleteAlsoInDB) {
     recordset_->Remove(cursor_);
     return true;
   } catch (const std::exception& e) {
-    ErrorStatus(detail::OperationError("RemoveRecord", e));
+    ErrorStatus(internal::OperationError("RemoveRecord", e));
     return false;
   }
 }

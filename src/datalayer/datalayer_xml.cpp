@@ -12,6 +12,8 @@
 
 namespace quorbex {
 
+using namespace internal;
+
 namespace {
 // The query attached when the file holds none (a table built with AddNew alone): attaching needs one,
 // and this is the text a virtual table without a description gets.
@@ -59,7 +61,7 @@ bool DataLayer::LoadFromXML(const std::string& XMLFilePath, bool bolDisableProgr
     empty_result_ = false;
     return true;
   } catch (const std::exception& e) {
-    ErrorStatus(detail::OperationError("LoadFromXML", e));
+    ErrorStatus(internal::OperationError("LoadFromXML", e));
     return false;
   }
 }

@@ -72,7 +72,7 @@ std::string SaveRun::Run() {
   try {
     // A failed save leaves its stored query behind; one of the same name is ours and is replaced.
     query_name_ = TimeStampName();
-    const std::string base_sql = std::string(detail::TrimStatementEnd(CStr(SelectPartBeforeWhereID(layer_.sql_))));
+    const std::string base_sql = std::string(internal::TrimStatementEnd(CStr(SelectPartBeforeWhereID(layer_.sql_))));
     // A temporary query ends with the connection, so a crash cannot leave it behind; an engine
     // without them keeps a stored one until the end of the save.
     const bool temporary = database_.Supports(db::Feature::TemporaryQueries);
@@ -90,14 +90,14 @@ std::string SaveRun::Run() {
     in_transaction = true;
     WriteRecords();
   } catch (const std::exception& e) {
-    failure = detail::FailureDescription(e);
+    failure = internal::FailureDescription(e);
   }
   if (in_transaction) {
     try {
       // The records before a failing one are kept: commit what was written.
       Commit();
     } catch (const std::exception& e) {
-      if (failure.empty()) failure = detail::FailureDescription(e);
+      if (failure.empty()) failure = internal::FailureDescription(e);
     }
   }
   ClearMarksAndLog();

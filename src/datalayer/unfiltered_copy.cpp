@@ -10,7 +10,7 @@
 #include "offline/record_match.h"
 #include "quorbex/errors.h"
 
-namespace quorbex {
+namespace quorbex::internal {
 
 namespace {
 
@@ -92,7 +92,7 @@ std::unique_ptr<UnfilteredCopy> UnfilteredCopy::TakeAndRemove(clsOfflineRecordse
   for (size_t i = 0; i < records.size(); ++i) {
     if (i >= failed_at && i < tested) {
       try {
-        matches[i] = offline_internal::FieldMatches(records[i].get(), field, op, compare_value, "DataLayer.Filter");
+        matches[i] = internal::FieldMatches(records[i].get(), field, op, compare_value, "DataLayer.Filter");
       } catch (...) {
         failure = std::current_exception();
         failed_at = i + 1;
@@ -266,4 +266,4 @@ std::shared_ptr<clsOfflineRecordset> UnfilteredCopy::Restore(std::shared_ptr<cls
   return copy;
 }
 
-}  // namespace quorbex
+}  // namespace quorbex::internal

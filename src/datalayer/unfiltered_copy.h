@@ -33,7 +33,7 @@
 #include "quorbex/clsOfflineRecordset.h"
 #include "quorbex/variant.h"
 
-namespace quorbex {
+namespace quorbex::internal {
 
 class UnfilteredCopy {
  public:
@@ -96,4 +96,4 @@ class UnfilteredCopy {
   std::weak_ptr<Object> parent_;
 };
 
-}  // namespace quorbex
+}  // namespace quorbex::internal

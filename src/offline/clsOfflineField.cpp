@@ -8,7 +8,9 @@
 
 namespace quorbex {
 
-using offline_internal::NamePool;
+using namespace internal;
+
+using internal::NamePool;
 
 // Cells dominate the memory of every table; a field that grows past 56 bytes costs 8 more per cell.
 static_assert(sizeof(void*) != 8 || sizeof(clsOfflineField) <= 56, "clsOfflineField grew");

@@ -9,6 +9,8 @@
 
 namespace quorbex {
 
+using namespace internal;
+
 static_assert(sizeof(void*) != 8 || sizeof(clsOfflineRecord) <= 56, "clsOfflineRecord grew");
 
 Variant clsOfflineRecord::Add(int32_t intNumberOfFields) {
@@ -33,9 +35,9 @@ Variant clsOfflineRecord::Add(int32_t intNumberOfFields) {
       for (size_t i = 0; i < count; ++i) items.emplace_back(block, &block[i]);
     }
   } catch (const std::bad_alloc&) {
-    offline_internal::RaiseOutOfMemory("clsOfflineRecord.Add");
+    internal::RaiseOutOfMemory("clsOfflineRecord.Add");
   } catch (const std::length_error&) {
-    offline_internal::RaiseOutOfMemory("clsOfflineRecord.Add");
+    internal::RaiseOutOfMemory("clsOfflineRecord.Add");
   }
   // Nothing reads the counter; it wraps rather than overflow.
   field_counter_ = static_cast<int32_t>(static_cast<uint32_t>(field_counter_) + static_cast<uint32_t>(count));

@@ -15,6 +15,8 @@
 
 namespace quorbex {
 
+using namespace internal;
+
 namespace {
 
 constexpr const char* kFieldDimTitle = "OfflineRecordset.FieldDim";
@@ -26,7 +28,7 @@ constexpr const char* kFieldDimMessage =
 
 clsOfflineRecordset::clsOfflineRecordset() : records_(std::make_shared<RecordCollectionType>()) {}
 
-clsOfflineRecordset::~clsOfflineRecordset() { offline_internal::ReleaseInAddressOrder(records_); }
+clsOfflineRecordset::~clsOfflineRecordset() { internal::ReleaseInAddressOrder(records_); }
 
 namespace {
 
@@ -35,7 +37,7 @@ namespace {
 bool RecordMatches(const clsOfflineRecordset::RecordCollectionType& records, int32_t position,
                    int32_t field_id, const std::string& op, const Variant& compare_value, const char* source) {
   const std::shared_ptr<clsOfflineRecord>& record = records.Item(position);  // 9 when missing
-  return offline_internal::FieldMatches(record.get(), field_id, op, compare_value, source);
+  return internal::FieldMatches(record.get(), field_id, op, compare_value, source);
 }
 
 }  // namespace
@@ -53,13 +55,13 @@ std::shared_ptr<clsOfflineRecordset::RecordCollectionType> clsOfflineRecordset::
     }
     return hits;
   } catch (const std::bad_alloc&) {
-    offline_internal::RaiseOutOfMemory(kSource);
+    internal::RaiseOutOfMemory(kSource);
   }
 }
 
 void clsOfflineRecordset::OverwriteRecordCollection(std::shared_ptr<RecordCollectionType> RecordCollection) {
   auto replacement = RecordCollection ? std::move(RecordCollection) : std::make_shared<RecordCollectionType>();
-  if (replacement != records_) offline_internal::ReleaseInAddressOrder(records_);
+  if (replacement != records_) internal::ReleaseInAddressOrder(records_);
   records_ = std::move(replacement);
   record_count_ = records_->Count();
 }
@@ -90,7 +92,7 @@ Variant clsOfflineRecordset::DeleteOutfilteredRecords(int32_t lngFilterFieldID, 
       }
     }
   } catch (const std::bad_alloc&) {
-    failure = std::make_exception_ptr(offline_internal::OutOfMemoryError(kSource));
+    failure = std::make_exception_ptr(internal::OutOfMemoryError(kSource));
   } catch (...) {
     failure = std::current_exception();
   }
@@ -141,7 +143,7 @@ int32_t clsOfflineRecordset::RecordCount() const noexcept { return record_count_
 
 void clsOfflineRecordset::Destroy() {
   auto empty = std::make_shared<RecordCollectionType>();
-  offline_internal::ReleaseInAddressOrder(records_);
+  internal::ReleaseInAddressOrder(records_);
   records_ = std::move(empty);
   record_count_ = 0;
 }
@@ -178,9 +180,9 @@ Variant clsOfflineRecordset::Add(int32_t intNumberOfRecords) {
       throw;
     }
   } catch (const std::bad_alloc&) {
-    offline_internal::RaiseOutOfMemory("clsOfflineRecordset.Add");
+    internal::RaiseOutOfMemory("clsOfflineRecordset.Add");
   } catch (const std::length_error&) {
-    offline_internal::RaiseOutOfMemory("clsOfflineRecordset.Add");
+    internal::RaiseOutOfMemory("clsOfflineRecordset.Add");
   }
   record_count_ += intNumberOfRecords;
   return {};
@@ -188,7 +190,7 @@ Variant clsOfflineRecordset::Add(int32_t intNumberOfRecords) {
 
 void clsOfflineRecordset::RemoveField(int32_t FieldIndex) {
   const std::shared_ptr<clsOfflineRecord>& first = records_->Item(1);  // 9 when there is no record
-  if (!first) offline_internal::RaiseObjectNotSet("clsOfflineRecordset.RemoveField");
+  if (!first) internal::RaiseObjectNotSet("clsOfflineRecordset.RemoveField");
   if (first->FieldCount() > FieldIndex) return;
   auto& items = records_->Items();
   for (int32_t i = 1; i <= record_count_ && static_cast<size_t>(i) <= items.size(); ++i) {

@@ -6,7 +6,7 @@
 
 #include "offline/offline_errors.h"
 
-namespace quorbex::offline_internal {
+namespace quorbex::internal {
 
 namespace {
 
@@ -142,4 +142,4 @@ void NamePool::FlushThreadCache() noexcept {
   for (uint32_t& id : tl_cache.ids) Release(std::exchange(id, 0));
 }
 
-}  // namespace quorbex::offline_internal
+}  // namespace quorbex::internal

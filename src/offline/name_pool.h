@@ -19,7 +19,7 @@
 #include <unordered_map>
 #include <vector>
 
-namespace quorbex::offline_internal {
+namespace quorbex::internal {
 
 class NamePool {
  public:
@@ -67,4 +67,4 @@ class NamePool {
   std::array<std::atomic<Entry*>, kChunkCount> chunks_{};
 };
 
-}  // namespace quorbex::offline_internal
+}  // namespace quorbex::internal

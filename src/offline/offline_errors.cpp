@@ -2,7 +2,7 @@
 
 #include "quorbex/errors.h"
 
-namespace quorbex::offline_internal {
+namespace quorbex::internal {
 
 AutomationError OutOfMemoryError(const std::string& source) { return RuntimeError(errnum::kOutOfMemory, source); }
 
@@ -12,4 +12,4 @@ void RaiseObjectNotSet(const std::string& source) {
   RaiseRuntimeError(errnum::kObjectNotSet, source);
 }
 
-}  // namespace quorbex::offline_internal
+}  // namespace quorbex::internal

@@ -5,7 +5,7 @@
 
 #include "quorbex/errors.h"
 
-namespace quorbex::offline_internal {
+namespace quorbex::internal {
 
 // 7 "Out of memory": a collection or the name pool could not grow.
 AutomationError OutOfMemoryError(const std::string& source);
@@ -13,4 +13,4 @@ AutomationError OutOfMemoryError(const std::string& source);
 // 91 "Object variable or With block variable not set": a record or field that is not there was used.
 [[noreturn]] void RaiseObjectNotSet(const std::string& source);
 
-}  // namespace quorbex::offline_internal
+}  // namespace quorbex::internal

@@ -11,6 +11,7 @@
 
 namespace quorbex {
 
+
 bool clsOfflineRecordset::FillFromDAORecordset(ByRef<std::shared_ptr<db::Recordset>> rstRecordset,
                                                bool bolWithClose, bool SetSuccessIf0Records) {
   std::shared_ptr<db::Recordset>& source = rstRecordset.get();

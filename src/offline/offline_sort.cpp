@@ -31,6 +31,8 @@
 
 namespace quorbex {
 
+using namespace internal;
+
 namespace {
 
 using RecordList = std::vector<std::shared_ptr<clsOfflineRecord>>;
@@ -128,8 +130,8 @@ std::string TextKey(const clsOfflineField& field) {
   } else if (!field.varValue.IsNull()) {
     text = ToText(field.varValue);
   }
-  if (detail::IsAscii(text)) {
-    detail::LowerAsciiInPlace(text);
+  if (internal::IsAscii(text)) {
+    internal::LowerAsciiInPlace(text);
     return text;
   }
   return SortKeyText(text);
@@ -429,9 +431,9 @@ Variant clsOfflineRecordset::RecordsetSort(ByRef<int32_t> lngFieldColumn, ByRef<
       SortByText(records, count, column, ascending, progress);
     }
   } catch (const std::bad_alloc&) {
-    offline_internal::RaiseOutOfMemory("clsOfflineRecordset.RecordsetSort");
+    internal::RaiseOutOfMemory("clsOfflineRecordset.RecordsetSort");
   } catch (const std::length_error&) {
-    offline_internal::RaiseOutOfMemory("clsOfflineRecordset.RecordsetSort");
+    internal::RaiseOutOfMemory("clsOfflineRecordset.RecordsetSort");
   }
   return {};
 }
@@ -475,14 +477,14 @@ Variant clsOfflineRecordset::RecordsetInnerSort(ByRef<int32_t> lngFieldColSorted
     }
     ApplyOrder(records, OrderOf(entries));
   } catch (const std::bad_alloc&) {
-    offline_internal::RaiseOutOfMemory("clsOfflineRecordset.RecordsetInnerSort");
+    internal::RaiseOutOfMemory("clsOfflineRecordset.RecordsetInnerSort");
   } catch (const std::length_error&) {
-    offline_internal::RaiseOutOfMemory("clsOfflineRecordset.RecordsetInnerSort");
+    internal::RaiseOutOfMemory("clsOfflineRecordset.RecordsetInnerSort");
   }
   return {};
 }
 
-namespace offline_internal {
+namespace internal {
 
 std::optional<std::vector<uint32_t>> AscendingTextOrder(const clsOfflineRecordset& recordset, int32_t column) {
   if (column < 1) return std::nullopt;
@@ -500,6 +502,6 @@ std::optional<std::vector<uint32_t>> AscendingTextOrder(const clsOfflineRecordse
   }
 }
 
-}  // namespace offline_internal
+}  // namespace internal
 
 }  // namespace quorbex

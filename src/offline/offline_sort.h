@@ -8,7 +8,7 @@
 
 #include "quorbex/clsOfflineRecordset.h"
 
-namespace quorbex::offline_internal {
+namespace quorbex::internal {
 
 // The order RecordsetSort(column, ascending, text order) gives records 1 to RecordCount, as their
 // 0-based positions in the collection now; the recordset is not changed. nullopt for a column below 1
@@ -16,4 +16,4 @@ namespace quorbex::offline_internal {
 // Raises AutomationError 7 "Out of memory".
 std::optional<std::vector<uint32_t>> AscendingTextOrder(const clsOfflineRecordset& recordset, int32_t column);
 
-}  // namespace quorbex::offline_internal
+}  // namespace quorbex::internal

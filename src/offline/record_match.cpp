@@ -3,7 +3,7 @@
 #include "offline/offline_errors.h"
 #include "service/modService.h"
 
-namespace quorbex::offline_internal {
+namespace quorbex::internal {
 
 bool FieldMatches(const clsOfflineRecord* record, int32_t field_id, const std::string& op,
                   const Variant& compare_value, const char* source) {
@@ -13,4 +13,4 @@ bool FieldMatches(const clsOfflineRecord* record, int32_t field_id, const std::s
   return CompareValues(field->varValue.IsNull() ? kEmptyText : field->varValue, compare_value, op);
 }
 
-}  // namespace quorbex::offline_internal
+}  // namespace quorbex::internal

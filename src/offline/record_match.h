@@ -7,7 +7,7 @@
 #include "quorbex/clsOfflineRecord.h"
 #include "quorbex/variant.h"
 
-namespace quorbex::offline_internal {
+namespace quorbex::internal {
 
 // CompareValues(the Value of field `field_id` of `record`, compare_value, op), reading the stored value
 // in place (a Null as "", as Value() returns it). Raises AutomationError 91 with `source` when the
@@ -15,4 +15,4 @@ namespace quorbex::offline_internal {
 bool FieldMatches(const clsOfflineRecord* record, int32_t field_id, const std::string& op,
                   const Variant& compare_value, const char* source);
 
-}  // namespace quorbex::offline_internal
+}  // namespace quorbex::internal

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <functional>
 
-namespace quorbex::offline_internal {
+namespace quorbex::internal {
 
 void ReleaseInAddressOrder(std::vector<std::shared_ptr<clsOfflineRecord>>& records) noexcept {
   const auto by_address = [](const auto& a, const auto& b) { return std::less<>()(a.get(), b.get()); };
@@ -18,4 +18,4 @@ void ReleaseInAddressOrder(std::shared_ptr<clsOfflineRecordset::RecordCollection
   records.reset();
 }
 
-}  // namespace quorbex::offline_internal
+}  // namespace quorbex::internal

@@ -7,7 +7,7 @@
 #include "quorbex/clsOfflineRecord.h"
 #include "quorbex/clsOfflineRecordset.h"
 
-namespace quorbex::offline_internal {
+namespace quorbex::internal {
 
 // Drops every pointer of `records`, in the order of the records' addresses, and leaves it empty.
 //
@@ -21,4 +21,4 @@ void ReleaseInAddressOrder(std::vector<std::shared_ptr<clsOfflineRecord>>& recor
 // reference goes.
 void ReleaseInAddressOrder(std::shared_ptr<clsOfflineRecordset::RecordCollectionType>& records) noexcept;
 
-}  // namespace quorbex::offline_internal
+}  // namespace quorbex::internal

@@ -9,6 +9,7 @@
 
 namespace quorbex {
 
+
 void SetMessageBoxHandler(MessageBoxFunction handler) {
   platform::Install(handler ? platform::MakeMessageBoxHandler(std::move(handler))
                             : std::shared_ptr<platform::MessageBoxHandler>());

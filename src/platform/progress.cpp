@@ -7,6 +7,8 @@
 
 namespace quorbex {
 
+using namespace internal;
+
 namespace {
 
 // One pixel at the usual 96 dpi; finer changes of the bar are not worth a redraw.
@@ -35,7 +37,7 @@ void frmProgress::SetProgress(ByRef<int32_t> position, ByRef<int32_t> total, con
   // the same way.
   const double width = kBarWidth / tot * pos;
   if (width < 0) RaiseRuntimeError(errnum::kInvalidPropertyValue);
-  const double percent = detail::RoundHalfEven(static_cast<double>(pos) / tot * 100.0);
+  const double percent = internal::RoundHalfEven(static_cast<double>(pos) / tot * 100.0);
 
   progress_.Width = width;
   if (description_.Caption != description) {

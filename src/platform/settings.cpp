@@ -108,15 +108,15 @@ struct SectionName {
 };
 
 std::optional<SectionName> ParseHeader(std::string_view line) {
-  line = detail::TrimBlanks(line);
+  line = internal::TrimBlanks(line);
   if (line.size() < 2 || line.front() != '[') return std::nullopt;
   std::string_view inner = line.substr(1);
   size_t close = FindUnescaped(inner, ']');
   if (close == std::string_view::npos) return std::nullopt;
   inner = inner.substr(0, close);
   size_t slash = FindUnescaped(inner, '/');
-  if (slash == std::string_view::npos) return SectionName{"", Unescape(detail::TrimBlanks(inner))};
-  return SectionName{Unescape(detail::TrimBlanks(inner.substr(0, slash))), Unescape(detail::TrimBlanks(inner.substr(slash + 1)))};
+  if (slash == std::string_view::npos) return SectionName{"", Unescape(internal::TrimBlanks(inner))};
+  return SectionName{Unescape(internal::TrimBlanks(inner.substr(0, slash))), Unescape(internal::TrimBlanks(inner.substr(slash + 1)))};
 }
 
 struct Entry {
@@ -125,13 +125,13 @@ struct Entry {
 };
 
 std::optional<Entry> ParseEntry(std::string_view line) {
-  std::string_view trimmed = detail::TrimBlanks(line);
+  std::string_view trimmed = internal::TrimBlanks(line);
   if (trimmed.empty() || trimmed.front() == ';' || trimmed.front() == '#' || trimmed.front() == '[') {
     return std::nullopt;
   }
   size_t equals = FindUnescaped(trimmed, '=');
   if (equals == std::string_view::npos) return std::nullopt;
-  return Entry{Unescape(detail::TrimBlanks(trimmed.substr(0, equals))), Unescape(detail::TrimBlanks(trimmed.substr(equals + 1)))};
+  return Entry{Unescape(internal::TrimBlanks(trimmed.substr(0, equals))), Unescape(internal::TrimBlanks(trimmed.substr(equals + 1)))};
 }
 
 std::string HeaderLine(const std::string& application, const std::string& section) {
@@ -159,7 +159,7 @@ Location Locate(const std::vector<std::string>& lines, const std::string& applic
     if (auto header = ParseHeader(lines[i])) {
       // The first matching section is the one in use; later duplicates are left alone.
       if (inside) break;
-      inside = detail::SameName(header->application, application) && detail::SameName(header->section, section);
+      inside = internal::SameName(header->application, application) && internal::SameName(header->section, section);
       if (inside) {
         where.section_found = true;
         where.line = i + 1;
@@ -168,7 +168,7 @@ Location Locate(const std::vector<std::string>& lines, const std::string& applic
     }
     if (!inside) continue;
     if (auto entry = ParseEntry(lines[i])) {
-      if (detail::SameName(entry->key, key)) {
+      if (internal::SameName(entry->key, key)) {
         where.key_found = true;
         where.line = i;
         where.stored_key = std::move(entry->key);
@@ -329,7 +329,7 @@ void IniSettingsStore::Save(const std::string& application, const std::string& s
   } else if (where.section_found) {
     lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(where.line), EntryLine(key, value));
   } else {
-    if (!lines.empty() && !detail::TrimBlanks(lines.back()).empty()) lines.emplace_back();
+    if (!lines.empty() && !internal::TrimBlanks(lines.back()).empty()) lines.emplace_back();
     lines.push_back(HeaderLine(application, section));
     lines.push_back(EntryLine(key, value));
   }

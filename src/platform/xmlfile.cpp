@@ -26,7 +26,7 @@ namespace {
 // The length of the well-formed UTF-8 sequence at s[i] and its code point; 0 when the bytes there are
 // not one (stray continuation bytes, overlong forms, surrogates, values past U+10FFFF, cut sequences).
 size_t DecodeUtf8(std::string_view s, size_t i, char32_t& cp) {
-  const utf8::Decoded decoded = utf8::DecodeAt(s, i);
+  const internal::utf8::Decoded decoded = internal::utf8::DecodeAt(s, i);
   if (!decoded.valid) return 0;
   cp = decoded.code_point;
   return decoded.length;
@@ -213,7 +213,7 @@ void AppendDate(std::string& out, Date value) {
       const CivilDateTime civil = ToCivil(value);
       if (civil.year >= 100 && civil.year <= 9999 &&
           std::bit_cast<uint64_t>(MakeDate(civil).serial) == std::bit_cast<uint64_t>(value.serial)) {
-        out += detail::FormatIsoDateTime(value.serial);
+        out += internal::FormatIsoDateTime(value.serial);
         return;
       }
     } catch (const std::exception&) {
@@ -336,7 +336,7 @@ struct ReadFailure {
 
 template <class T>
 std::optional<T> ParseInteger(std::string_view text) {
-  text = detail::TrimBlanks(text);
+  text = internal::TrimBlanks(text);
   T value{};
   auto result = std::from_chars(text.data(), text.data() + text.size(), value);
   if (result.ec != std::errc() || result.ptr != text.data() + text.size() || text.empty()) return std::nullopt;
@@ -346,7 +346,7 @@ std::optional<T> ParseInteger(std::string_view text) {
 template <class F>
 std::optional<F> ParseFloat(std::string_view text) {
   using Bits = std::conditional_t<sizeof(F) == 4, uint32_t, uint64_t>;
-  text = detail::TrimBlanks(text);
+  text = internal::TrimBlanks(text);
   if (text.starts_with("nan:")) {
     text.remove_prefix(4);
     Bits bits{};
@@ -361,7 +361,7 @@ std::optional<F> ParseFloat(std::string_view text) {
 }
 
 std::optional<Currency> ParseCurrency(std::string_view text) {
-  text = detail::TrimBlanks(text);
+  text = internal::TrimBlanks(text);
   const bool negative = !text.empty() && text.front() == '-';
   if (negative) text.remove_prefix(1);
   const size_t point = text.find('.');
@@ -390,11 +390,11 @@ std::optional<Currency> ParseCurrency(std::string_view text) {
 }
 
 std::optional<Date> ParseDateValue(std::string_view text) {
-  text = detail::TrimBlanks(text);
+  text = internal::TrimBlanks(text);
   if (text.size() == 19 && text[4] == '-' && text[7] == '-' && text[10] == ' ' && text[13] == ':' && text[16] == ':') {
     // Within the classic range only: a data file never holds a date the library cannot.
-    const auto serial = detail::ParseIsoDateTime(text);
-    if (!serial || !detail::IsValidSerial(*serial)) return std::nullopt;
+    const auto serial = internal::ParseIsoDateTime(text);
+    if (!serial || !internal::IsValidSerial(*serial)) return std::nullopt;
     return Date{*serial};
   }
   auto serial = ParseFloat<double>(text);
@@ -403,7 +403,7 @@ std::optional<Date> ParseDateValue(std::string_view text) {
 }
 
 std::optional<bool> ParseBoolean(std::string_view text) {
-  text = detail::TrimBlanks(text);
+  text = internal::TrimBlanks(text);
   if (text == "True" || text == "true" || text == "1") return true;
   if (text == "False" || text == "false" || text == "0") return false;
   return std::nullopt;

@@ -10,7 +10,7 @@
 #include "service/modService.h"
 #include "service/thread_state.h"
 
-namespace quorbex {
+namespace quorbex::internal {
 
 namespace {
 
@@ -154,4 +154,4 @@ Variant clsLog::CloseSession() {
   return {};
 }
 
-}  // namespace quorbex
+}  // namespace quorbex::internal

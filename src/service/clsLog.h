@@ -25,7 +25,7 @@
 #include "quorbex/byref.h"
 #include "quorbex/variant.h"
 
-namespace quorbex {
+namespace quorbex::internal {
 
 class clsLog {
  public:
@@ -72,4 +72,4 @@ class clsLog {
   bool closed_ = false;
 };
 
-}  // namespace quorbex
+}  // namespace quorbex::internal

@@ -12,7 +12,7 @@
 #include "quorbex/text.h"
 #include "service/thread_state.h"
 
-namespace quorbex {
+namespace quorbex::internal {
 
 namespace {
 
@@ -283,4 +283,4 @@ int32_t MessageRoutine(const std::string& text, int32_t style, const std::string
   return platform::MsgBox(text, style, title);
 }
 
-}  // namespace quorbex
+}  // namespace quorbex::internal

@@ -17,7 +17,7 @@
 #include "quorbex/collection.h"
 #include "quorbex/variant.h"
 
-namespace quorbex {
+namespace quorbex::internal {
 
 // The text that GetToken appends before it searches: a semicolon and eleven asterisks.
 inline constexpr std::string_view kTokenSentinel = ";***********";
@@ -95,4 +95,4 @@ void AppendErrorStatus(const std::string& text);
 // SuppressAllMessages switch is on, appends `text` to the error channel instead and returns 0.
 int32_t MessageRoutine(const std::string& text, int32_t style, const std::string& title);
 
-}  // namespace quorbex
+}  // namespace quorbex::internal

@@ -5,7 +5,7 @@
 #include "service/thread_state.h"
 #include "value/failure.h"
 
-namespace quorbex {
+namespace quorbex::internal {
 
 std::shared_ptr<db::Recordset> OpenQueryRecordset(const std::string& strSQL, int32_t optionFlag) {
   std::string description;
@@ -23,7 +23,7 @@ std::shared_ptr<db::Recordset> OpenQueryRecordset(const std::string& strSQL, int
       return recordset;
     }
   } catch (const std::exception& e) {
-    description = detail::FailureDescription(e);
+    description = internal::FailureDescription(e);
   } catch (...) {
     description = "Unknown error.";
   }
@@ -40,4 +40,4 @@ std::shared_ptr<db::Recordset> OpenQueryRecordset(const std::string& strSQL, int
   return nullptr;
 }
 
-}  // namespace quorbex
+}  // namespace quorbex::internal

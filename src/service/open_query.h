@@ -7,7 +7,7 @@
 
 #include "quorbex/engine.h"
 
-namespace quorbex {
+namespace quorbex::internal {
 
 // Open options of OpenQueryRecordset.
 inline constexpr int32_t kOpenUpdatable = 0;  // a dynaset: updatable where the engine's rules allow
@@ -26,4 +26,4 @@ inline constexpr int32_t kOpenReadOnly = 1;   // a snapshot: never updatable
 // (critical icon, OK button). Never throws.
 std::shared_ptr<db::Recordset> OpenQueryRecordset(const std::string& strSQL, int32_t optionFlag = kOpenUpdatable);
 
-}  // namespace quorbex
+}  // namespace quorbex::internal

@@ -1,10 +1,10 @@
 #include "service/thread_state.h"
 
-namespace quorbex {
+namespace quorbex::internal {
 
 ThreadState& State() {
   thread_local ThreadState state;
   return state;
 }
 
-}  // namespace quorbex
+}  // namespace quorbex::internal

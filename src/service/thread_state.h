@@ -18,6 +18,9 @@ class Database;
 class Recordset;
 }  // namespace db
 class clsFilter;
+}  // namespace quorbex
+
+namespace quorbex::internal {
 
 struct ThreadState {
   // The database all objects of the thread work on, and whether SetDatabase* bound it.
@@ -51,4 +54,4 @@ struct ThreadState {
 // The calling thread's shared state.
 ThreadState& State();
 
-}  // namespace quorbex
+}  // namespace quorbex::internal

@@ -13,6 +13,8 @@
 
 namespace quorbex {
 
+using namespace internal;
+
 namespace {
 
 // Days since 1970-01-01 of a proleptic Gregorian date (H. Hinnant's algorithm).
@@ -85,7 +87,7 @@ Date MakeChecked(int64_t day, int64_t seconds_of_day) {
   day += FloorDiv(seconds_of_day, 86400);
   seconds_of_day -= FloorDiv(seconds_of_day, 86400) * 86400;
   const double serial = JoinSerial(day, static_cast<double>(seconds_of_day) / 86400.0);
-  if (!detail::IsValidSerial(serial)) RaiseBadDate();
+  if (!internal::IsValidSerial(serial)) RaiseBadDate();
   return Date{serial};
 }
 
@@ -110,10 +112,10 @@ bool Tokenize(std::string_view s, std::vector<Token>& out) {
     const char c = s[i];
     if (c == ' ' || c == '\t' || c == '\r' || c == '\n') {
       ++i;
-    } else if (detail::IsAsciiDigit(c)) {
+    } else if (internal::IsAsciiDigit(c)) {
       std::size_t j = i;
       int64_t value = 0;
-      while (j < s.size() && detail::IsAsciiDigit(s[j])) {
+      while (j < s.size() && internal::IsAsciiDigit(s[j])) {
         if (j - i >= 9) return false;
         value = value * 10 + (s[j] - '0');
         ++j;
@@ -185,7 +187,7 @@ class DateParser {
  private:
   static std::optional<Date> Finish(int64_t day, double fraction) {
     const double serial = JoinSerial(day, fraction);
-    if (!detail::IsValidSerial(serial)) return std::nullopt;
+    if (!internal::IsValidSerial(serial)) return std::nullopt;
     return Date{serial};
   }
 
@@ -394,7 +396,7 @@ bool IsoDigits(std::string_view s, std::size_t pos, std::size_t n, int& out) {
   if (pos + n > s.size()) return false;
   int v = 0;
   for (std::size_t i = pos; i < pos + n; ++i) {
-    if (!detail::IsAsciiDigit(s[i])) return false;
+    if (!internal::IsAsciiDigit(s[i])) return false;
     v = v * 10 + (s[i] - '0');
   }
   out = v;
@@ -416,7 +418,7 @@ std::optional<double> ParseIsoTime(std::string_view s, std::size_t pos) {
       ++pos;
       double scale = 0.1;
       const std::size_t start = pos;
-      while (pos < s.size() && detail::IsAsciiDigit(s[pos])) {
+      while (pos < s.size() && internal::IsAsciiDigit(s[pos])) {
         fraction += (s[pos] - '0') * scale;
         scale /= 10.0;
         ++pos;
@@ -432,7 +434,7 @@ std::optional<double> ParseIsoTime(std::string_view s, std::size_t pos) {
 
 }  // namespace
 
-namespace detail {
+namespace internal {
 
 bool IsValidSerial(double serial) noexcept {
   if (!std::isfinite(serial)) return false;
@@ -497,7 +499,7 @@ std::string FormatIsoDateTime(double serial) {
   return buf;
 }
 
-}  // namespace detail
+}  // namespace internal
 
 Date DateSerial(int year, int month, int day) {
   return MakeChecked(SerialDay(WindowYear(year), month, day), 0);
@@ -544,8 +546,8 @@ Date Now() {
                    local.tm_sec});
 }
 
-std::string FormatDate(Date d) { return detail::FormatDateIn(d, Locale::Current()); }
+std::string FormatDate(Date d) { return internal::FormatDateIn(d, Locale::Current()); }
 
-std::optional<Date> ParseDate(std::string_view text) { return detail::ScanDate(text, Locale::Current()); }
+std::optional<Date> ParseDate(std::string_view text) { return internal::ScanDate(text, Locale::Current()); }
 
 }  // namespace quorbex

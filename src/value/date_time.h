@@ -8,7 +8,7 @@
 #include "quorbex/locale.h"
 #include "quorbex/variant.h"
 
-namespace quorbex::detail {
+namespace quorbex::internal {
 
 // The classic range of dates: 0100-01-01 to 9999-12-31 (any time of day).
 inline constexpr double kFirstSerialDay = -657434.0;
@@ -33,4 +33,4 @@ std::optional<double> ParseIsoDateTime(std::string_view text);
 // written on the base date 1899-12-30; the empty text for a serial that is not finite.
 std::string FormatIsoDateTime(double serial);
 
-}  // namespace quorbex::detail
+}  // namespace quorbex::internal

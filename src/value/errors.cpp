@@ -6,6 +6,8 @@
 
 namespace quorbex {
 
+using namespace internal;
+
 const char* RuntimeErrorText(int32_t number) noexcept {
   switch (number) {
     case errnum::kInvalidProcedureCall: return "Invalid procedure call or argument";
@@ -28,7 +30,7 @@ AutomationError RuntimeError(int32_t number, const std::string& source) {
 
 void RaiseRuntimeError(int32_t number, const std::string& source) { throw RuntimeError(number, source); }
 
-namespace detail {
+namespace internal {
 
 std::string FailureDescription(const std::exception& error) {
   if (const auto* automation = dynamic_cast<const AutomationError*>(&error)) return automation->Description();
@@ -43,6 +45,6 @@ std::string OperationError(std::string_view operation, const std::exception& err
   return text;
 }
 
-}  // namespace detail
+}  // namespace internal
 
 }  // namespace quorbex

@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-namespace quorbex::detail {
+namespace quorbex::internal {
 
 // The description a failure carries: an AutomationError's Description, the runtime's "Out of memory"
 // for std::bad_alloc, what() for any other exception.
@@ -17,4 +17,4 @@ std::string FailureDescription(const std::exception& error);
 // "<operation>: <description>".
 std::string OperationError(std::string_view operation, const std::exception& error);
 
-}  // namespace quorbex::detail
+}  // namespace quorbex::internal

@@ -11,6 +11,8 @@
 
 namespace quorbex {
 
+using namespace internal;
+
 namespace {
 
 bool IsPlainCName(std::string_view name) {
@@ -112,7 +114,7 @@ Locale BuildProcessLocale() {
       freelocale(loc);
     }
   }
-  Locale result = detail::LocaleFromLangInfo(radix, thousands, date_format, time_format);
+  Locale result = internal::LocaleFromLangInfo(radix, thousands, date_format, time_format);
   if (IsPlainCName(numeric)) {
     result.decimal_separator = ".";
     result.thousands_separator = ",";
@@ -132,7 +134,7 @@ Locale& ThreadLocale() {
 
 }  // namespace
 
-namespace detail {
+namespace internal {
 
 Locale LocaleFromLangInfo(std::string_view radix, std::string_view thousands, std::string_view date_format,
                           std::string_view time_format) {
@@ -154,7 +156,7 @@ Locale LocaleFromLangInfo(std::string_view radix, std::string_view thousands, st
   return result;
 }
 
-}  // namespace detail
+}  // namespace internal
 
 Locale Locale::C() { return Locale{}; }
 

@@ -5,7 +5,7 @@
 
 #include "quorbex/locale.h"
 
-namespace quorbex::detail {
+namespace quorbex::internal {
 
 // A Locale from nl_langinfo's RADIXCHAR, THOUSEP, D_FMT and T_FMT. The strftime patterns are
 // translated to the classic notation; the date order and separator come from the date pattern. Empty
@@ -13,4 +13,4 @@ namespace quorbex::detail {
 Locale LocaleFromLangInfo(std::string_view radix, std::string_view thousands, std::string_view date_format,
                           std::string_view time_format);
 
-}  // namespace quorbex::detail
+}  // namespace quorbex::internal

@@ -7,7 +7,7 @@
 #include <limits>
 #include <system_error>
 
-namespace quorbex::detail {
+namespace quorbex::internal {
 
 namespace {
 
@@ -356,4 +356,4 @@ std::string FormatCurrency(Currency value, const Locale& locale) {
   return out;
 }
 
-}  // namespace quorbex::detail
+}  // namespace quorbex::internal

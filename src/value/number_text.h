@@ -8,7 +8,7 @@
 #include "quorbex/locale.h"
 #include "quorbex/variant.h"
 
-namespace quorbex::detail {
+namespace quorbex::internal {
 
 enum class ScanStatus { kOk, kNotNumber, kOverflow };
 
@@ -47,4 +47,4 @@ double RoundHalfEven(double x) noexcept;
 // Divides by 10^power (0 <= power <= 18), rounding half to even.
 int64_t DivideRoundHalfEven(int64_t value, int power);
 
-}  // namespace quorbex::detail
+}  // namespace quorbex::internal

@@ -12,6 +12,8 @@
 
 namespace quorbex {
 
+using namespace internal;
+
 namespace {
 
 // The case tables of the C.UTF-8 locale, independent of whatever locale the host process selected.
@@ -80,7 +82,7 @@ std::string RTrim(std::string_view s) {
   return e == std::string_view::npos ? std::string() : std::string(s.substr(0, e + 1));
 }
 
-std::string Trim(std::string_view s) { return std::string(detail::TrimSpaces(s)); }
+std::string Trim(std::string_view s) { return std::string(internal::TrimSpaces(s)); }
 
 int32_t Len(std::string_view s) { return ClampLength(utf8::CountChars(s)); }
 

@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-namespace quorbex::detail {
+namespace quorbex::internal {
 
 constexpr bool IsBlank(char c) noexcept {
   return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v';
@@ -73,4 +73,4 @@ constexpr bool SameName(std::string_view a, std::string_view b) noexcept {
   return true;
 }
 
-}  // namespace quorbex::detail
+}  // namespace quorbex::internal

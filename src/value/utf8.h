@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-namespace quorbex::utf8 {
+namespace quorbex::internal::utf8 {
 
 struct Decoded {
   char32_t code_point = 0;  // meaningful only when valid
@@ -98,4 +98,4 @@ inline bool IsBoundary(std::string_view s, std::size_t p) noexcept {
   return true;
 }
 
-}  // namespace quorbex::utf8
+}  // namespace quorbex::internal::utf8

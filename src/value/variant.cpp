@@ -11,6 +11,8 @@
 
 namespace quorbex {
 
+using namespace internal;
+
 static_assert(sizeof(Variant) <= 40, "a Variant is held per field value; keep it small");
 
 namespace {
@@ -49,9 +51,9 @@ bool NumericValue(const Variant& v, double& out) {
 }
 
 double TextToDouble(const std::string& text) {
-  const detail::NumberScan scan = detail::ScanNumber(text, Locale::Current());
-  if (scan.status == detail::ScanStatus::kOverflow) Raise(errnum::kOverflow);
-  if (scan.status != detail::ScanStatus::kOk) Raise(errnum::kTypeMismatch);
+  const internal::NumberScan scan = internal::ScanNumber(text, Locale::Current());
+  if (scan.status == internal::ScanStatus::kOverflow) Raise(errnum::kOverflow);
+  if (scan.status != internal::ScanStatus::kOk) Raise(errnum::kTypeMismatch);
   return scan.value;
 }
 
@@ -69,7 +71,7 @@ double ToDouble(const Variant& input) {
 // Rounds half to even and checks the range of the target integer.
 template <class Int>
 Int RoundToInteger(double d) {
-  const double r = detail::RoundHalfEven(d);
+  const double r = internal::RoundHalfEven(d);
   if (!(r >= static_cast<double>(std::numeric_limits<Int>::min()) &&
         r <= static_cast<double>(std::numeric_limits<Int>::max()))) {
     Raise(errnum::kOverflow);
@@ -121,10 +123,10 @@ std::strong_ordering OrderTexts(const std::string& a, const std::string& b) {
 std::strong_ordering OrderNumberAndText(const Variant& number, double value, const std::string& text) {
   const Locale& locale = Locale::Current();
   if (number.IsDateValue()) {
-    if (const std::optional<Date> d = detail::ScanDate(text, locale)) return OrderDoubles(value, d->serial);
+    if (const std::optional<Date> d = internal::ScanDate(text, locale)) return OrderDoubles(value, d->serial);
   }
-  const detail::NumberScan scan = detail::ScanNumber(text, locale);
-  if (scan.status == detail::ScanStatus::kOk) return OrderDoubles(value, scan.value);
+  const internal::NumberScan scan = internal::ScanNumber(text, locale);
+  if (scan.status == internal::ScanStatus::kOk) return OrderDoubles(value, scan.value);
   return std::strong_ordering::less;
 }
 
@@ -163,7 +165,7 @@ Currency Currency::FromDouble(double value) {
   if (value == 0.0) return Currency{};
   // Rounds the decimal value the number stands for (its 15 significant digits, as CStr shows it), not
   // the binary one: 0.00015 is a hair below the half in binary, yet becomes 0.0002 as users expect.
-  const detail::DecimalDigits d = detail::SignificantDigits(value);
+  const internal::DecimalDigits d = internal::SignificantDigits(value);
   // value = digits * 10^(exponent - 14); scaled = value * 10^4.
   const int shift = d.exponent - 10;
   int64_t scaled = d.digits;
@@ -173,7 +175,7 @@ Currency Currency::FromDouble(double value) {
       scaled *= 10;
     }
   } else {
-    scaled = shift < -16 ? 0 : detail::DivideRoundHalfEven(scaled, -shift);
+    scaled = shift < -16 ? 0 : internal::DivideRoundHalfEven(scaled, -shift);
   }
   return Currency{value < 0 ? -scaled : scaled};
 }
@@ -181,12 +183,12 @@ Currency Currency::FromDouble(double value) {
 double Round(double value, int32_t digits) {
   if (digits < 0) Raise(errnum::kInvalidProcedureCall);
   if (!std::isfinite(value) || value == 0.0) return value;
-  const detail::DecimalDigits d = detail::SignificantDigits(value);
+  const internal::DecimalDigits d = internal::SignificantDigits(value);
   // Digits kept of the 15: those before the decimal point plus `digits` after it.
   const int64_t kept = int64_t{d.exponent} + 1 + digits;
   if (kept >= 15) return value;
   if (kept < 0) return std::copysign(0.0, value);
-  const int64_t rounded = detail::DivideRoundHalfEven(d.digits, static_cast<int>(15 - kept));
+  const int64_t rounded = internal::DivideRoundHalfEven(d.digits, static_cast<int>(15 - kept));
   // rounded * 10^-digits, read back from its decimal text so the result is the nearest double.
   char buffer[48];
   auto [end, ec] = std::to_chars(buffer, buffer + 32, rounded);
@@ -210,7 +212,7 @@ bool IsNumeric(const Variant& v) noexcept {
     case VarType::Boolean: return true;
     case VarType::String:
       try {
-        return detail::ScanNumber(v.AsString(), Locale::Current()).status == detail::ScanStatus::kOk;
+        return internal::ScanNumber(v.AsString(), Locale::Current()).status == internal::ScanStatus::kOk;
       } catch (...) {  // only allocation can fail here
         return false;
       }
@@ -222,7 +224,7 @@ bool IsDate(const Variant& v) noexcept {
   if (v.IsDateValue()) return true;
   if (!v.IsString()) return false;
   try {
-    return detail::ScanDate(v.AsString(), Locale::Current()).has_value();
+    return internal::ScanDate(v.AsString(), Locale::Current()).has_value();
   } catch (...) {  // only allocation can fail here
     return false;
   }
@@ -241,10 +243,10 @@ std::string CStr(const Variant& input) {
     case VarType::Byte: return std::to_string(value.AsByte());
     case VarType::Integer: return std::to_string(value.AsInteger());
     case VarType::Long: return std::to_string(value.AsLong());
-    case VarType::Single: return detail::FormatFloating(value.AsSingle(), true, locale);
-    case VarType::Double: return detail::FormatFloating(value.AsDouble(), false, locale);
-    case VarType::Currency: return detail::FormatCurrency(value.AsCurrency(), locale);
-    case VarType::Date: return detail::FormatDateIn(value.AsDate(), locale);
+    case VarType::Single: return internal::FormatFloating(value.AsSingle(), true, locale);
+    case VarType::Double: return internal::FormatFloating(value.AsDouble(), false, locale);
+    case VarType::Currency: return internal::FormatCurrency(value.AsCurrency(), locale);
+    case VarType::Date: return internal::FormatDateIn(value.AsDate(), locale);
     case VarType::String: return value.AsString();
     case VarType::Object: break;  // Dereference never leaves one
   }
@@ -293,26 +295,26 @@ Date CDate(const Variant& input) {
   const Variant& value = input.IsObject() ? v : input;
   if (value.IsDateValue()) return value.AsDate();
   if (value.IsString()) {
-    if (std::optional<Date> d = detail::ScanDate(value.AsString(), Locale::Current())) return *d;
+    if (std::optional<Date> d = internal::ScanDate(value.AsString(), Locale::Current())) return *d;
     Raise(errnum::kTypeMismatch);
   }
   const double serial = ToDouble(value);
-  if (!detail::IsValidSerial(serial)) Raise(errnum::kOverflow);
+  if (!internal::IsValidSerial(serial)) Raise(errnum::kOverflow);
   return Date{serial};
 }
 
-double Val(std::string_view text) { return detail::ScanLeadingNumber(text); }
-double Val(const std::string& text) { return detail::ScanLeadingNumber(text); }
-double Val(const char* text) { return text ? detail::ScanLeadingNumber(text) : 0.0; }
+double Val(std::string_view text) { return internal::ScanLeadingNumber(text); }
+double Val(const std::string& text) { return internal::ScanLeadingNumber(text); }
+double Val(const char* text) { return text ? internal::ScanLeadingNumber(text) : 0.0; }
 
 double Val(const Variant& v) {
-  if (v.IsString()) return detail::ScanLeadingNumber(v.AsString());
-  return detail::ScanLeadingNumber(CStr(v));
+  if (v.IsString()) return internal::ScanLeadingNumber(v.AsString());
+  return internal::ScanLeadingNumber(CStr(v));
 }
 
 std::optional<double> ParseNumber(std::string_view text) {
-  const detail::NumberScan scan = detail::ScanNumber(text, Locale::Current());
-  if (scan.status != detail::ScanStatus::kOk) return std::nullopt;
+  const internal::NumberScan scan = internal::ScanNumber(text, Locale::Current());
+  if (scan.status != internal::ScanStatus::kOk) return std::nullopt;
   return scan.value;
 }
 

@@ -18,6 +18,8 @@
 #include "support/virtual_table.h"
 
 namespace quorbex {
+
+using namespace quorbex::internal;
 namespace {
 
 using test::MakeVirtualTable;
@@ -367,13 +369,13 @@ TEST(AnalyzerValues, TextsAndNumberReadingsAgreeWithCStrAndVal) {
     for (double x : samples) {
       const Variant value(x);
       std::string text;
-      analysis::AppendValueText(text, value);
+      internal::AppendValueText(text, value);
       ASSERT_EQ(text, CStr(value)) << x;
       for (bool comma_as_point : {false, true}) {
         std::string expected_text = CStr(value);
         if (comma_as_point) std::replace(expected_text.begin(), expected_text.end(), ',', '.');
         std::string read_text;
-        ASSERT_EQ(analysis::ReadAsNumber(value, comma_as_point, read_text), Val(expected_text)) << x;
+        ASSERT_EQ(internal::ReadAsNumber(value, comma_as_point, read_text), Val(expected_text)) << x;
       }
     }
   }

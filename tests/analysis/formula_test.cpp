@@ -13,6 +13,7 @@
 
 namespace quorbex {
 
+
 // White-box access to the cutting and reduction steps.
 class FormulaTestPeer {
  public:

@@ -16,6 +16,8 @@
 #include "support/virtual_table.h"
 
 namespace quorbex {
+
+using namespace quorbex::internal;
 namespace {
 
 using test::MakeVirtualTable;

@@ -18,6 +18,8 @@
 
 namespace quorbex::test {
 
+using namespace quorbex::internal;
+
 class DataLayerTest : public ::testing::Test {
  protected:
   void SetUp() override {

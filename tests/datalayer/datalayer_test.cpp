@@ -3,6 +3,8 @@
 #include "support/temp_dir.h"
 
 namespace quorbex::test {
+
+using namespace quorbex::internal;
 namespace {
 
 using DataLayerCore = DataLayerTest;

@@ -7,6 +7,8 @@
 #include "quorbex/clsFilter.h"
 
 namespace quorbex::test {
+
+using namespace quorbex::internal;
 namespace {
 
 using Filters = DataLayerTest;

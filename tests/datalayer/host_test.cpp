@@ -6,6 +6,8 @@
 #include "quorbex/quorbex.h"
 
 namespace quorbex {
+
+using namespace quorbex::internal;
 namespace {
 
 TEST(Host, InstalledMessageBoxAndViewerAreUsedUntilReset) {

@@ -15,6 +15,8 @@
 #include "support/temp_dir.h"
 
 namespace quorbex::test {
+
+using namespace quorbex::internal;
 namespace {
 
 using Output = DataLayerTest;

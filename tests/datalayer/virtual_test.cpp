@@ -7,6 +7,8 @@
 #include "support/platform_fakes.h"
 
 namespace quorbex::test {
+
+using namespace quorbex::internal;
 namespace {
 
 using VirtualTable = DataLayerTest;

@@ -14,6 +14,8 @@
 #include "support/temp_dir.h"
 
 namespace quorbex::test {
+
+using namespace quorbex::internal;
 namespace {
 
 using XmlPersistence = DataLayerTest;

@@ -16,6 +16,7 @@
 #include "quorbex/locale.h"
 
 namespace quorbex::db::test {
+
 namespace {
 
 template <class F>

@@ -13,6 +13,8 @@
 #include "support/temp_dir.h"
 
 namespace quorbex {
+
+using namespace quorbex::internal;
 namespace {
 
 class OfflineFill : public ::testing::Test {

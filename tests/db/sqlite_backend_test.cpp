@@ -11,6 +11,9 @@
 #include "support/temp_dir.h"
 
 namespace quorbex::db {
+
+using namespace quorbex::internal;
+using namespace quorbex::db::internal;
 namespace {
 
 const std::string kChinook = std::string(QUORBEX_SHARED_DATA) + "/Chinook_Sqlite.sqlite";

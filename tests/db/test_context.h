@@ -16,6 +16,7 @@
 
 namespace quorbex::db::test {
 
+
 class TestContext {
  public:
   virtual ~TestContext() = default;

@@ -11,9 +11,11 @@
 #include "service/thread_state.h"
 
 namespace quorbex {
+
+using namespace quorbex::internal;
 namespace {
 
-using offline_internal::NamePool;
+using internal::NamePool;
 using test::ErrorOf;
 
 // An object with a default value, as a class with a default property has.

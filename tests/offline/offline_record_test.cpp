@@ -8,6 +8,7 @@
 #include "quorbex/clsOfflineRecord.h"
 
 namespace quorbex {
+
 namespace {
 
 using test::ErrorOf;

@@ -10,6 +10,7 @@
 #include "support/platform_fakes.h"
 
 namespace quorbex {
+
 namespace {
 
 using test::ErrorOf;

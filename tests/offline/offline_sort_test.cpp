@@ -14,6 +14,8 @@
 #include "service/thread_state.h"
 
 namespace quorbex {
+
+using namespace quorbex::internal;
 namespace {
 
 using test::OneFieldRecordset;

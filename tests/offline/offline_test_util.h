@@ -10,6 +10,7 @@
 
 namespace quorbex::test {
 
+
 // A recordset with one record per value, each of one field "Value" holding it.
 inline std::shared_ptr<clsOfflineRecordset> OneFieldRecordset(const std::vector<Variant>& values) {
   auto rs = std::make_shared<clsOfflineRecordset>();

@@ -9,6 +9,7 @@
 #include "platform/progress_renderer.h"
 
 namespace quorbex {
+
 namespace {
 
 class RecordingRenderer : public frmProgress::Renderer {

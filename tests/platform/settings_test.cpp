@@ -11,6 +11,7 @@
 #include "support/temp_dir.h"
 
 namespace quorbex::platform {
+
 namespace {
 
 using test::ReadBytes;

@@ -20,6 +20,8 @@
 #include "support/temp_dir.h"
 
 namespace quorbex {
+
+using namespace quorbex::internal;
 namespace {
 
 // A database that only knows its name, the only thing the log asks of it; a broken one fails to say it.

@@ -14,6 +14,8 @@
 #include "support/platform_fakes.h"
 
 namespace quorbex {
+
+using namespace quorbex::internal;
 namespace {
 
 std::vector<std::string> Items(const std::shared_ptr<Collection<std::string>>& pieces) {

@@ -11,6 +11,7 @@
 
 namespace quorbex::test {
 
+
 template <class F>
 int32_t ErrorOf(F&& f) {
   try {

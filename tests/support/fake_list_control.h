@@ -9,6 +9,7 @@
 
 namespace quorbex::test {
 
+
 class FakeListControl final : public ListControl {
  public:
   void Clear() override {

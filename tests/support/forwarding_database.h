@@ -10,6 +10,7 @@
 
 namespace quorbex::test {
 
+
 class ForwardingDatabase : public db::Database {
  public:
   explicit ForwardingDatabase(std::shared_ptr<db::Database> target) : target_(std::move(target)) {}

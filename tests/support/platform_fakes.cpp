@@ -5,6 +5,7 @@
 
 namespace quorbex::test {
 
+
 namespace {
 std::string Folded(std::string s) {
   for (char& c : s) {

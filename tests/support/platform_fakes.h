@@ -23,6 +23,7 @@
 
 namespace quorbex::test {
 
+
 // Records every prompt and answers with preset buttons, then with the style's default button.
 class FakeMessageBox final : public platform::MessageBoxHandler {
  public:

@@ -11,6 +11,7 @@
 
 namespace quorbex::test {
 
+
 TempDir::TempDir() {
   const char* base = std::getenv("TMPDIR");
   std::string pattern = std::string(base && *base ? base : "/tmp") + "/quorbex-test-XXXXXX";

@@ -5,6 +5,7 @@
 
 namespace quorbex::test {
 
+
 class TempDir {
  public:
   // Creates a fresh folder under $TMPDIR (or /tmp); fails the current test when it cannot.

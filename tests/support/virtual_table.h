@@ -11,6 +11,7 @@
 
 namespace quorbex::test {
 
+
 inline std::shared_ptr<DataLayer> MakeVirtualTable(std::string fields, const std::vector<std::vector<Variant>>& rows,
                                                    std::string description = "t") {
   auto layer = std::make_shared<DataLayer>();

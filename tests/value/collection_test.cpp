@@ -6,6 +6,7 @@
 #include <string>
 
 namespace quorbex {
+
 namespace {
 
 TEST(Collection, IsOneBasedWithBeforeAndAfterInsertion) {

@@ -8,6 +8,8 @@
 #include "value/locale_info.h"
 
 namespace quorbex {
+
+using namespace quorbex::internal;
 namespace {
 
 using test::ErrorOf;
@@ -217,7 +219,7 @@ TEST(Locale, ProcessLocaleCIsTheCLocale) {
 }
 
 TEST(Locale, BuiltFromTheCLibrarysLocaleData) {
-  const Locale de = detail::LocaleFromLangInfo(",", ".", "%d.%m.%Y", "%T");
+  const Locale de = internal::LocaleFromLangInfo(",", ".", "%d.%m.%Y", "%T");
   EXPECT_EQ(de.decimal_separator, ",");
   EXPECT_EQ(de.thousands_separator, ".");
   EXPECT_EQ(de.date_order, DateOrder::DMY);
@@ -225,7 +227,7 @@ TEST(Locale, BuiltFromTheCLibrarysLocaleData) {
   EXPECT_EQ(de.short_date_format, "dd.mm.yyyy");
   EXPECT_EQ(de.long_time_format, "hh:nn:ss");
 
-  const Locale us = detail::LocaleFromLangInfo(".", ",", "%m/%d/%Y", "%r");
+  const Locale us = internal::LocaleFromLangInfo(".", ",", "%m/%d/%Y", "%r");
   EXPECT_EQ(us.date_order, DateOrder::MDY);
   EXPECT_EQ(us.date_separator, "/");
   EXPECT_EQ(us.short_date_format, "mm/dd/yyyy");
@@ -237,10 +239,10 @@ TEST(Locale, BuiltFromTheCLibrarysLocaleData) {
     EXPECT_EQ(CDate(CStr(d)).serial, d.serial);
   }
 
-  const Locale gb = detail::LocaleFromLangInfo(".", ",", "%d/%m/%y", "%H:%M:%S");
+  const Locale gb = internal::LocaleFromLangInfo(".", ",", "%d/%m/%y", "%H:%M:%S");
   EXPECT_EQ(gb.date_order, DateOrder::DMY);
   EXPECT_EQ(gb.short_date_format, "dd/mm/yy");
-  const Locale iso = detail::LocaleFromLangInfo(".", "", "%F", "%R");
+  const Locale iso = internal::LocaleFromLangInfo(".", "", "%F", "%R");
   EXPECT_EQ(iso.date_order, DateOrder::YMD);
   EXPECT_EQ(iso.date_separator, "-");
   EXPECT_EQ(iso.short_date_format, "yyyy-mm-dd");
@@ -248,12 +250,12 @@ TEST(Locale, BuiltFromTheCLibrarysLocaleData) {
   EXPECT_EQ(iso.thousands_separator, "");
   // Weekday names have no counterpart and are dropped; a thousands separator equal to the decimal
   // separator would make every number ambiguous and is dropped too.
-  const Locale odd = detail::LocaleFromLangInfo(",", ",", "%a %d.%m.%Y", "%H.%M");
+  const Locale odd = internal::LocaleFromLangInfo(",", ",", "%a %d.%m.%Y", "%H.%M");
   EXPECT_EQ(odd.thousands_separator, "");
   EXPECT_EQ(odd.date_order, DateOrder::DMY);
   EXPECT_EQ(odd.short_date_format, "dd.mm.yyyy");
   // Missing data keeps the C settings.
-  const Locale empty = detail::LocaleFromLangInfo("", "", "", "");
+  const Locale empty = internal::LocaleFromLangInfo("", "", "", "");
   EXPECT_EQ(empty.decimal_separator, ".");
   EXPECT_EQ(empty.short_date_format, "yyyy-mm-dd");
 }

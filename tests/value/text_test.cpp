@@ -11,6 +11,8 @@
 #include "value/text_util.h"
 
 namespace quorbex {
+
+using namespace quorbex::internal;
 namespace {
 
 using test::ErrorOf;
@@ -98,28 +100,28 @@ TEST(Text, TrimRemovesSpacesOnlyAndReplaceIsLiteral) {
 
 TEST(TextUtil, BlanksTrimsAndNames) {
   // The six ASCII white-space characters are blanks, nothing else is (not even a non-breaking space).
-  for (char c : std::string(" \t\n\r\f\v")) EXPECT_TRUE(detail::IsBlank(c)) << int(c);
-  for (char c : std::string("x0;\0\xA0")) EXPECT_FALSE(detail::IsBlank(c)) << int(c);
-  EXPECT_EQ(detail::TrimBlanks(" \t a b \r\n"), "a b");
-  EXPECT_EQ(detail::TrimBlanks(" \t "), "");
-  EXPECT_EQ(detail::TrimSpaces(" \ta\t "), "\ta\t");  // the classic Trim: spaces only
-  EXPECT_EQ(detail::TrimStatementEnd(" SELECT 1 ; ;\r\n"), " SELECT 1");
-  EXPECT_EQ(detail::TrimStatement("\n SELECT ';' ;"), "SELECT ';'");
-  EXPECT_EQ(detail::TrimStatement(";;"), "");
+  for (char c : std::string(" \t\n\r\f\v")) EXPECT_TRUE(internal::IsBlank(c)) << int(c);
+  for (char c : std::string("x0;\0\xA0")) EXPECT_FALSE(internal::IsBlank(c)) << int(c);
+  EXPECT_EQ(internal::TrimBlanks(" \t a b \r\n"), "a b");
+  EXPECT_EQ(internal::TrimBlanks(" \t "), "");
+  EXPECT_EQ(internal::TrimSpaces(" \ta\t "), "\ta\t");  // the classic Trim: spaces only
+  EXPECT_EQ(internal::TrimStatementEnd(" SELECT 1 ; ;\r\n"), " SELECT 1");
+  EXPECT_EQ(internal::TrimStatement("\n SELECT ';' ;"), "SELECT ';'");
+  EXPECT_EQ(internal::TrimStatement(";;"), "");
 
-  EXPECT_TRUE(detail::SameName("LogPath", "LOGPATH"));
-  EXPECT_FALSE(detail::SameName("LogPath", "LogPat"));
-  EXPECT_FALSE(detail::SameName(kAerger, kaerger));  // only A-Z fold
-  EXPECT_FALSE(detail::SameName("a@", "A`"));          // the neighbours of A-Z and a-z do not
+  EXPECT_TRUE(internal::SameName("LogPath", "LOGPATH"));
+  EXPECT_FALSE(internal::SameName("LogPath", "LogPat"));
+  EXPECT_FALSE(internal::SameName(kAerger, kaerger));  // only A-Z fold
+  EXPECT_FALSE(internal::SameName("a@", "A`"));          // the neighbours of A-Z and a-z do not
 
-  EXPECT_TRUE(detail::IsAscii("abc~\x7f"));
-  EXPECT_FALSE(detail::IsAscii(kaerger));
-  EXPECT_TRUE(detail::IsAsciiDigit('0') && detail::IsAsciiDigit('9'));
-  EXPECT_FALSE(detail::IsAsciiDigit('/') || detail::IsAsciiDigit(':'));
+  EXPECT_TRUE(internal::IsAscii("abc~\x7f"));
+  EXPECT_FALSE(internal::IsAscii(kaerger));
+  EXPECT_TRUE(internal::IsAsciiDigit('0') && internal::IsAsciiDigit('9'));
+  EXPECT_FALSE(internal::IsAsciiDigit('/') || internal::IsAsciiDigit(':'));
   std::string mixed = "AZaz@[" + kAerger;
-  detail::LowerAsciiInPlace(mixed);
+  internal::LowerAsciiInPlace(mixed);
   EXPECT_EQ(mixed, "azaz@[" "\xc3\x84rger");
-  EXPECT_EQ(detail::UpperAscii("az{`" + kaerger), "AZ{`" "\xc3\xa4RGER");
+  EXPECT_EQ(internal::UpperAscii("az{`" + kaerger), "AZ{`" "\xc3\xa4RGER");
 }
 
 TEST(Errors, RuntimeTextsAndOperationFailures) {
@@ -132,9 +134,9 @@ TEST(Errors, RuntimeTextsAndOperationFailures) {
   EXPECT_STREQ(RuntimeErrorText(errnum::kInvalidPropertyValue), "Invalid property value");
   EXPECT_STREQ(RuntimeErrorText(4242), "Application-defined or object-defined error");
 
-  EXPECT_EQ(detail::OperationError("TrimField", RuntimeError(errnum::kTypeMismatch)), "TrimField: Type mismatch");
-  EXPECT_EQ(detail::OperationError("FillCBO", std::bad_alloc()), "FillCBO: Out of memory");
-  EXPECT_EQ(detail::OperationError("GetRecordset", std::runtime_error("no such table: x")),
+  EXPECT_EQ(internal::OperationError("TrimField", RuntimeError(errnum::kTypeMismatch)), "TrimField: Type mismatch");
+  EXPECT_EQ(internal::OperationError("FillCBO", std::bad_alloc()), "FillCBO: Out of memory");
+  EXPECT_EQ(internal::OperationError("GetRecordset", std::runtime_error("no such table: x")),
             "GetRecordset: no such table: x");
 }
 

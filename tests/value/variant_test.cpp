@@ -7,6 +7,7 @@
 #include <limits>
 
 namespace quorbex {
+
 namespace {
 
 using test::ErrorOf;

@@ -29,7 +29,7 @@
 
 #include "quorbex/engine.h"
 
-namespace quorbex::db {
+namespace quorbex::db::internal {
 
 // What DBEngine hands a backend along with the path.
 struct OpenOptions {
@@ -64,4 +64,4 @@ class Backend {
 // The backends built into this library, in the order DBEngine asks them.
 std::span<Backend* const> Backends();
 
-}  // namespace quorbex::db
+}  // namespace quorbex::db::internal

@@ -7,7 +7,7 @@
 #include "platform/db/sqlite/sqlite_database.h"
 #endif
 
-namespace quorbex::db {
+namespace quorbex::db::internal {
 
 std::span<Backend* const> Backends() {
   static Backend* const kList[] = {
@@ -20,4 +20,4 @@ std::span<Backend* const> Backends() {
   return kList;
 }
 
-}  // namespace quorbex::db
+}  // namespace quorbex::db::internal

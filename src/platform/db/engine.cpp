@@ -12,6 +12,8 @@
 #include "platform/db/errors.h"
 
 namespace quorbex::db {
+
+using namespace internal;
 namespace {
 
 enum class PathKind { Missing, Folder, File, Unreadable };

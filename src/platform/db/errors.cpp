@@ -1,6 +1,6 @@
 #include "platform/db/errors.h"
 
-namespace quorbex::db {
+namespace quorbex::db::internal {
 
 void Raise(ErrorKind kind, std::string description) { throw EngineError(kind, description); }
 
@@ -29,4 +29,4 @@ void RaiseConversion(std::string_view detail) {
   Raise(ErrorKind::Conversion, "Data type conversion error: " + std::string(detail));
 }
 
-}  // namespace quorbex::db
+}  // namespace quorbex::db::internal

@@ -10,7 +10,7 @@
 
 #include "quorbex/engine.h"
 
-namespace quorbex::db {
+namespace quorbex::db::internal {
 
 [[noreturn]] void Raise(ErrorKind kind, std::string description);
 
@@ -39,4 +39,4 @@ inline constexpr const char* kAlreadyAppended = "Cannot change this property of 
 // "Data type conversion error: <detail>"
 [[noreturn]] void RaiseConversion(std::string_view detail);
 
-}  // namespace quorbex::db
+}  // namespace quorbex::db::internal

@@ -4,7 +4,7 @@
 #include <array>
 #include <cctype>
 
-namespace quorbex::db {
+namespace quorbex::db::internal {
 namespace {
 
 enum class TokenKind { Word, QuotedName, Punct, Literal, End };
@@ -207,4 +207,4 @@ bool ShowsOneRowPerTableRow(std::string_view sql, std::string_view table,
   return CountTable(sql, lower, view_sql, 0) == 1;
 }
 
-}  // namespace quorbex::db
+}  // namespace quorbex::db::internal

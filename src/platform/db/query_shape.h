@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-namespace quorbex::db {
+namespace quorbex::db::internal {
 
 struct QueryShape {
   // An aggregate function, DISTINCT, GROUP BY, HAVING or a set operation in the query itself or in a
@@ -33,4 +33,4 @@ QueryShape ReadQueryShape(std::string_view sql);
 bool ShowsOneRowPerTableRow(std::string_view sql, std::string_view table,
                             const std::function<std::optional<std::string>(const std::string&)>& view_sql);
 
-}  // namespace quorbex::db
+}  // namespace quorbex::db::internal

@@ -6,7 +6,7 @@
 #include "platform/db/errors.h"
 #include "quorbex/text.h"
 
-namespace quorbex::db {
+namespace quorbex::db::internal {
 
 // ---- Reading -------------------------------------------------------------------------------------
 
@@ -373,4 +373,4 @@ int32_t CachedRecordset::EditMode() const {
   return rows_->EditMode();
 }
 
-}  // namespace quorbex::db
+}  // namespace quorbex::db::internal

@@ -20,7 +20,7 @@
 
 #include "quorbex/engine.h"
 
-namespace quorbex::db {
+namespace quorbex::db::internal {
 
 // Something that must end when its database is closed (a recordset's rows).
 class Closable {
@@ -196,4 +196,4 @@ class CachedRecordset : public Recordset {
   std::shared_ptr<CachedFields> fields_;
 };
 
-}  // namespace quorbex::db
+}  // namespace quorbex::db::internal

@@ -8,11 +8,11 @@
 #include "platform/db/errors.h"
 #include "value/text_util.h"
 
-namespace quorbex::db {
+namespace quorbex::db::internal {
 namespace {
 
-using detail::IsBlank;
-using detail::UpperAscii;
+using quorbex::internal::IsBlank;
+using quorbex::internal::UpperAscii;
 
 // The words of a declaration before any "(".
 struct DeclWords {
@@ -417,4 +417,4 @@ Stored Encode(const Variant& value, int32_t code) {
   }
 }
 
-}  // namespace quorbex::db
+}  // namespace quorbex::db::internal

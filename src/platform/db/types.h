@@ -11,7 +11,7 @@
 #include "quorbex/variant.h"
 #include "value/date_time.h"
 
-namespace quorbex::db {
+namespace quorbex::db::internal {
 
 // The type code a declared column type stands for (COUNTER and LONG 4, TEXT(n)/VARCHAR 10, MEMO and
 // LONGTEXT 12, DATETIME 8, BIT/YESNO/BOOLEAN 1, CURRENCY 5, DOUBLE/FLOAT 7, SINGLE/REAL 6, BYTE 2,
@@ -52,7 +52,7 @@ Variant DecodeBlob(std::string_view bytes, int32_t code);
 Stored Encode(const Variant& value, int32_t code);
 
 // Dates travel as ISO text (value/date_time.h).
-using detail::FormatIsoDateTime;
-using detail::ParseIsoDateTime;
+using quorbex::internal::FormatIsoDateTime;
+using quorbex::internal::ParseIsoDateTime;
 
-}  // namespace quorbex::db
+}  // namespace quorbex::db::internal

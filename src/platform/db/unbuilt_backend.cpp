@@ -2,7 +2,7 @@
 
 #include "platform/db/errors.h"
 
-namespace quorbex::db {
+namespace quorbex::db::internal {
 namespace {
 
 class Unbuilt : public Backend {
@@ -56,4 +56,4 @@ Backend& UnbuiltServerBackend() {
   return backend;
 }
 
-}  // namespace quorbex::db
+}  // namespace quorbex::db::internal

@@ -4,11 +4,11 @@
 
 #include "platform/db/backend.h"
 
-namespace quorbex::db {
+namespace quorbex::db::internal {
 
 // Jet 3/4 and ACE files ("Standard Jet DB" / "Standard ACE DB" at offset 4).
 Backend& UnbuiltJetBackend();
 // postgresql:// and postgres:// connection strings.
 Backend& UnbuiltServerBackend();
 
-}  // namespace quorbex::db
+}  // namespace quorbex::db::internal

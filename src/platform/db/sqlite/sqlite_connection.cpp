@@ -2,7 +2,7 @@
 
 #include "platform/db/errors.h"
 
-namespace quorbex::db::sqlite {
+namespace quorbex::db::internal::sqlite {
 
 void RaiseSqlite(int rc, std::string_view message, const std::string& path, int busy_ms) {
   std::string msg(message);
@@ -182,4 +182,4 @@ std::string ColumnText(sqlite3_stmt* stmt, int column) {
   return std::string(p, static_cast<size_t>(sqlite3_column_bytes(stmt, column)));
 }
 
-}  // namespace quorbex::db::sqlite
+}  // namespace quorbex::db::internal::sqlite

@@ -17,7 +17,7 @@
 #include "platform/db/types.h"
 #include "quorbex/engine.h"
 
-namespace quorbex::db::sqlite {
+namespace quorbex::db::internal::sqlite {
 
 // Prepared statements of one connection that are not in use, by their SQL text. Preparing is most of
 // the cost of a small statement, and writing back runs the same few statements for every record.
@@ -97,4 +97,4 @@ Variant ReadColumn(sqlite3_stmt* stmt, int column, int32_t code);
 // Column `column` of the current row as text (empty for NULL).
 std::string ColumnText(sqlite3_stmt* stmt, int column);
 
-}  // namespace quorbex::db::sqlite
+}  // namespace quorbex::db::internal::sqlite

@@ -10,7 +10,7 @@
 #include "platform/db/sqlite/sqlite_recordset.h"
 #include "platform/db/sqlite/sqlite_schema.h"
 
-namespace quorbex::db::sqlite {
+namespace quorbex::db::internal::sqlite {
 namespace {
 
 // Runs `work` inside a savepoint: all of it stays, or none of it when it throws.
@@ -334,13 +334,13 @@ class Sqlite : public Backend {
 };
 
 }  // namespace
-}  // namespace quorbex::db::sqlite
+}  // namespace quorbex::db::internal::sqlite
 
-namespace quorbex::db {
+namespace quorbex::db::internal {
 
 Backend& SqliteBackend() {
   static sqlite::Sqlite backend;
   return backend;
 }
 
-}  // namespace quorbex::db
+}  // namespace quorbex::db::internal

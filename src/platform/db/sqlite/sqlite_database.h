@@ -4,8 +4,8 @@
 
 #include "platform/db/backend.h"
 
-namespace quorbex::db {
+namespace quorbex::db::internal {
 
 Backend& SqliteBackend();
 
-}  // namespace quorbex::db
+}  // namespace quorbex::db::internal

@@ -3,11 +3,11 @@
 #include "platform/db/errors.h"
 #include "platform/db/types.h"
 
-namespace quorbex::db::sqlite {
+namespace quorbex::db::internal::sqlite {
 namespace {
 
-using detail::IsBlank;
-using detail::LowerAscii;
+using quorbex::internal::IsBlank;
+using quorbex::internal::LowerAscii;
 
 bool IsWordChar(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
@@ -134,4 +134,4 @@ std::string Unbracket(std::string_view name) {
 }
 
 
-}  // namespace quorbex::db::sqlite
+}  // namespace quorbex::db::internal::sqlite

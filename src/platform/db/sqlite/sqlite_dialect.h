@@ -8,7 +8,7 @@
 
 #include "value/text_util.h"
 
-namespace quorbex::db::sqlite {
+namespace quorbex::db::internal::sqlite {
 
 // A column as a table definition describes it.
 struct ColumnSpec {
@@ -47,7 +47,7 @@ bool IsBareName(std::string_view text);
 std::string Unbracket(std::string_view name);
 // TrimStatement: the text without surrounding blanks and trailing semicolons; SameName: equality
 // ignoring the case of A-Z, as SQLite compares identifiers.
-using detail::SameName;
-using detail::TrimStatement;
+using quorbex::internal::SameName;
+using quorbex::internal::TrimStatement;
 
-}  // namespace quorbex::db::sqlite
+}  // namespace quorbex::db::internal::sqlite

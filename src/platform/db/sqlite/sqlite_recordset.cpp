@@ -7,7 +7,7 @@
 #include "platform/db/sqlite/sqlite_dialect.h"
 #include "quorbex/text.h"
 
-namespace quorbex::db::sqlite {
+namespace quorbex::db::internal::sqlite {
 namespace {
 
 const char* Text(const char* p) { return p ? p : ""; }
@@ -315,4 +315,4 @@ std::shared_ptr<Recordset> OpenCursor(const std::shared_ptr<Connection>& conn, c
   return std::make_shared<CachedRecordset>(rows);
 }
 
-}  // namespace quorbex::db::sqlite
+}  // namespace quorbex::db::internal::sqlite

@@ -10,7 +10,7 @@
 #include "platform/db/row_cache.h"
 #include "platform/db/sqlite/sqlite_connection.h"
 
-namespace quorbex::db::sqlite {
+namespace quorbex::db::internal::sqlite {
 
 // The rows of one SQLite statement: describes its columns and key, steps the statement as the cursor
 // moves, and writes rows as single INSERT / UPDATE / DELETE statements by key. Everything else a
@@ -51,4 +51,4 @@ std::shared_ptr<Recordset> OpenCursor(const std::shared_ptr<Connection>& conn, c
                                       const std::string& sql, bool allow_updates,
                                       std::span<const Variant> parameters = {});
 
-}  // namespace quorbex::db::sqlite
+}  // namespace quorbex::db::internal::sqlite

@@ -5,7 +5,7 @@
 #include "platform/db/errors.h"
 #include "platform/db/types.h"
 
-namespace quorbex::db::sqlite {
+namespace quorbex::db::internal::sqlite {
 namespace {
 
 [[noreturn]] void AlreadyInDatabase() { Raise(ErrorKind::InvalidOperation, text::kAlreadyAppended); }
@@ -539,4 +539,4 @@ std::shared_ptr<TableDef> NewTableDef(std::shared_ptr<Connection> conn, const st
   return std::make_shared<SqliteTableDef>(state);
 }
 
-}  // namespace quorbex::db::sqlite
+}  // namespace quorbex::db::internal::sqlite

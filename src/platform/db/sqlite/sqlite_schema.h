@@ -13,7 +13,7 @@
 #include "platform/db/sqlite/sqlite_connection.h"
 #include "platform/db/sqlite/sqlite_dialect.h"
 
-namespace quorbex::db::sqlite {
+namespace quorbex::db::internal::sqlite {
 
 class ColumnField;
 class SqliteIndex;
@@ -151,4 +151,4 @@ class SqliteTableDefs : public db::TableDefs {
 // A new table definition (not in the database yet).
 std::shared_ptr<TableDef> NewTableDef(std::shared_ptr<Connection> conn, const std::string& name);
 
-}  // namespace quorbex::db::sqlite
+}  // namespace quorbex::db::internal::sqlite
