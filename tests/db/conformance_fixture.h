@@ -45,7 +45,9 @@ class EngineConformance : public ::testing::TestWithParam<ContextFactory> {
     Locale::SetCurrent(Locale::C());
     saved_timeout_ = DBEngine::Default()->BusyTimeout();
     ctx_ = GetParam().make();
-    if (const std::string why = ctx_->Unavailable(); !why.empty()) GTEST_SKIP() << ctx_->Name() << " unavailable: " << why;
+    if (const std::string why = ctx_->Unavailable(); !why.empty()) {
+      GTEST_SKIP() << ctx_->Name() << " unavailable: " << why;
+    }
   }
   void TearDown() override { DBEngine::Default()->BusyTimeout(saved_timeout_); }
 
