@@ -30,11 +30,11 @@ function(quorbex_module name dir)
   set(QUORBEX_MODULES ${QUORBEX_MODULES} ${target} CACHE INTERNAL "")
 endfunction()
 
-# quorbex_test(MODULE) builds tests/MODULE/*_test.cpp into test_MODULE, linked against quorbex_MODULE
+# quorbex_test(MODULE) builds tests/MODULE/**/*_test.cpp into test_MODULE, linked against quorbex_MODULE
 # and the shared test support library.
 function(quorbex_test name)
   set(extra ${ARGN})
-  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${name}/*_test.cpp)
+  file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${name}/*_test.cpp)
   if(NOT sources)
     return()
   endif()

@@ -1,18 +1,19 @@
-// What the engine conformance suite needs from a backend: fresh databases, a second connection to the
-// same database, and the backend's declared quirks. Each backend's context lives here; the suite
-// (engine_conformance_test.cpp) runs once per context and asks the context instead of testing for a
-// backend.
+// What the engine conformance suite needs from a backend: databases with the suite's data, a second
+// connection to the same database, and the backend's declared quirks. Each backend's context lives beside
+// its own tests (tests/db/<name>/<name>_context.cpp) and registers itself with a static
+// ContextRegistration; the suite (conformance_*_test.cpp) runs once per registered context and asks the
+// context instead of testing for a backend.
 #pragma once
 
-#include <sys/stat.h>
+#include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <ostream>
 #include <string>
 #include <vector>
 
 #include "quorbex/engine.h"
-#include "support/temp_dir.h"
 
 namespace quorbex::db::test {
 
@@ -22,55 +23,63 @@ class TestContext {
   virtual ~TestContext() = default;
   virtual std::string Name() const = 0;
 
-  // A new, empty, writable database that the context removes afterwards.
+  // Why the backend cannot be tested here (its server is not running, its client library is missing),
+  // or empty when it can. The suite skips every case of an unavailable context with this text.
+  virtual std::string Unavailable() const { return std::string(); }
+
+  // Whether the context's databases can be written. A read-only context has no NewDatabase and gets
+  // every database through OpenFixture.
+  virtual bool Writable() const { return true; }
+
+  // A new, empty, writable database that the context removes afterwards (writable contexts only).
   virtual std::shared_ptr<Database> NewDatabase() = 0;
+
+  // The database of fixture `name`, which `build` fills on an empty writable database. A writable
+  // context builds a fresh one each time; a read-only context opens its fixture file of that name, which
+  // holds what `build` would have written.
+  virtual std::shared_ptr<Database> OpenFixture(const std::string& name,
+                                                const std::function<void(Database&)>& build) {
+    (void)name;
+    auto database = NewDatabase();
+    build(*database);
+    return database;
+  }
+
   // A second, independent connection to the same database.
   virtual std::shared_ptr<Database> Reopen(const Database& database, bool read_only = false) = 0;
 
   // Quirks.
-  // Databases are files: missing files, foreign files, compaction into a new file apply.
+  // Databases are files: opening read-only or write-protected files, exclusive use and compaction into a
+  // new file apply.
   virtual bool FileBased() const { return false; }
   // A path for a file that does not exist yet (file-based contexts only).
   virtual std::string NewPath(const std::string& /*name*/) { return std::string(); }
-  // The size of the database in bytes (file-based contexts only).
+  // The size of the database in bytes, -1 when there is no such file (file-based contexts only).
   virtual long long SizeOf(const std::string& /*path*/) const { return 0; }
 };
 
-// SQLite: every database is a file in a temporary folder.
-class SqliteContext : public TestContext {
- public:
-  std::string Name() const override { return "SQLite"; }
-
-  std::shared_ptr<Database> NewDatabase() override {
-    return DBEngine::Default()->CreateDatabase(NewPath("db" + std::to_string(++counter_) + ".sqlite"));
-  }
-
-  std::shared_ptr<Database> Reopen(const Database& database, bool read_only) override {
-    return DBEngine::Default()->OpenDatabase(database.Name(), false, read_only);
-  }
-
-  bool FileBased() const override { return true; }
-  std::string NewPath(const std::string& name) override { return dir_.File(name); }
-  long long SizeOf(const std::string& path) const override {
-    struct stat st {};
-    return ::stat(path.c_str(), &st) == 0 ? static_cast<long long>(st.st_size) : -1;
-  }
-
- private:
-  quorbex::test::TempDir dir_;
-  int counter_ = 0;
-};
-
-// A factory per backend, so that every test gets fresh files.
+// A factory per context, so that every test gets fresh databases.
 struct ContextFactory {
   std::string name;
-  std::shared_ptr<TestContext> (*make)();
+  std::function<std::shared_ptr<TestContext>()> make;
 };
 
 inline void PrintTo(const ContextFactory& factory, std::ostream* os) { *os << factory.name; }
 
-inline std::vector<ContextFactory> AllContexts() {
-  return {{"SQLite", [] { return std::shared_ptr<TestContext>(std::make_shared<SqliteContext>()); }}};
-}
+// A context's .cpp holds one of these at namespace scope; the context then joins every suite that runs
+// over AllContexts().
+struct ContextRegistration {
+  ContextRegistration(std::string name, std::function<std::shared_ptr<TestContext>()> make);
+};
+
+// Every registered context, ordered by name.
+std::vector<ContextFactory> AllContexts();
+// The registered contexts whose databases can be written.
+std::vector<ContextFactory> WritableContexts();
+// The registered context of that name; fails the running test and gives an empty factory when there is none.
+ContextFactory ContextNamed(const std::string& name);
+
+// The test name suffix of a context, for INSTANTIATE_TEST_SUITE_P.
+inline std::string ContextTestName(const ::testing::TestParamInfo<ContextFactory>& info) { return info.param.name; }
 
 }  // namespace quorbex::db::test

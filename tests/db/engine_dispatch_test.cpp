@@ -1,0 +1,55 @@
+// Which engine opens which file: DBEngine asks the backends of its list, each by a file's first bytes,
+// and a new database is made by the embedded default. Not per backend, so not in the conformance suite.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <string>
+
+#include "db/conformance_fixture.h"  // ErrorOf
+#include "quorbex/engine.h"
+#include "support/temp_dir.h"
+
+namespace quorbex::db::test {
+namespace {
+
+TEST(EngineDispatch, OpeningReportsMissingForeignAndUnbuiltFormats) {
+  quorbex::test::TempDir dir;
+  auto engine = DBEngine::Default();
+  std::string missing = dir.File("missing.db");
+  auto not_found = ErrorOf([&] { engine->OpenDatabase(missing); });
+  EXPECT_EQ(not_found.Kind(), ErrorKind::FileNotFound);
+  EXPECT_EQ(not_found.Description(), "Could not find file '" + missing + "'.");
+
+  std::string text = dir.File("notes.txt");
+  std::ofstream(text) << "just some text, long enough to look like a header of something";
+  auto foreign = ErrorOf([&] { engine->OpenDatabase(text); });
+  EXPECT_EQ(foreign.Kind(), ErrorKind::NotADatabase);
+  EXPECT_EQ(foreign.Description(), "Unrecognized database format '" + text + "'.");
+  std::string empty = dir.File("empty.db");
+  std::ofstream(empty).flush();
+  EXPECT_EQ(ErrorOf([&] { engine->OpenDatabase(empty); }).Kind(), ErrorKind::NotADatabase);
+  EXPECT_EQ(ErrorOf([&] { engine->OpenDatabase(dir.File("")); }).Kind(), ErrorKind::NotADatabase);
+
+  std::string jet = dir.File("old.mdb");
+  std::ofstream(jet, std::ios::binary) << std::string("\0\x01\0\0Standard Jet DB\0", 20) << std::string(200, '\0');
+  auto unsupported = ErrorOf([&] { engine->OpenDatabase(jet); });
+  EXPECT_EQ(unsupported.Kind(), ErrorKind::NotSupported);
+  EXPECT_NE(unsupported.Description().find("not supported yet"), std::string::npos);
+  EXPECT_EQ(ErrorOf([&] { engine->OpenDatabase(std::string(QUORBEX_SHARED_DATA) + "/ASampleDatabase.accdb"); }).Kind(),
+            ErrorKind::NotSupported);
+}
+
+TEST(EngineDispatch, ANewDatabaseIsSqliteWhateverItsExtension) {
+  quorbex::test::TempDir dir;
+  auto engine = DBEngine::Default();
+  // A new database is a SQLite file whatever its extension; an existing file is not overwritten.
+  std::string created = dir.File("new.mdb");
+  engine->CreateDatabase(created, dbLangGeneral, dbVersion40)->Close();
+  EXPECT_EQ(quorbex::test::ReadBytes(created).substr(0, 16), std::string("SQLite format 3\0", 16));
+  EXPECT_EQ(ErrorOf([&] { engine->CreateDatabase(created); }).Kind(), ErrorKind::AlreadyExists);
+  EXPECT_TRUE(engine->OpenDatabase(created)->IsOpen());
+  EXPECT_EQ(ErrorOf([&] { engine->CreateDatabase(dir.File("no/such/folder.db")); }).Kind(), ErrorKind::General);
+}
+
+}  // namespace
+}  // namespace quorbex::db::test
