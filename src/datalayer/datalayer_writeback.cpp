@@ -23,6 +23,31 @@ namespace {
 
 constexpr const char* kRefreshTable = "sys_quorbexdatalayer_refresh";
 
+// The SQL text without its "--" comments (each up to the end of its line); quoted texts and names are
+// left as they are.
+std::string WithoutLineComments(const std::string& sql) {
+  std::string out;
+  out.reserve(sql.size());
+  char quote = 0;
+  for (size_t i = 0; i < sql.size(); ++i) {
+    const char c = sql[i];
+    if (quote != 0) {
+      if (c == quote) quote = 0;
+    } else if (c == '\'' || c == '"' || c == '`' || c == '[') {
+      quote = c == '[' ? ']' : c;
+    } else if (c == '-' && i + 1 < sql.size() && sql[i + 1] == '-') {
+      while (i < sql.size() && sql[i] != '\n') ++i;
+      if (i < sql.size()) out += '\n';
+      continue;
+    }
+    out += c;
+  }
+  while (!out.empty() && (out.back() == ' ' || out.back() == '\n' || out.back() == '\r' || out.back() == '\t')) {
+    out.pop_back();
+  }
+  return out;
+}
+
 }  // namespace
 
 void DataLayer::WriteLog(std::string action, const std::string& query, const std::string& deleted_record,
@@ -150,8 +175,14 @@ bool DataLayer::RemoveRecord(ByRef<bool> bolDeleteAlsoInDB) {
         ErrorStatus("RemoveRecord: the database '" + database->Name() + "' cannot be written to");
         return false;
       }
-      const Variant id[] = {Variant(CLng(FieldValue("id")))};
-      std::string sql = sql_;
+      const Variant current_id = FieldValue("id");
+      if (!IsNumeric(current_id)) {
+        ErrorStatus("RemoveRecord: the id '" + ToText(current_id) + "' of the current record is not a number");
+        return false;
+      }
+      const Variant id[] = {Variant(CLng(current_id))};
+      // A line comment at the end would swallow the condition appended below.
+      std::string sql = WithoutLineComments(sql_);
       const int32_t order = InStr(LCase(sql), "order");
       // The cut finds "order" anywhere, also inside a name such as "orders"; kept as clients know it.
       if (order > 0) sql = Left(sql, order > 2 ? order - 2 : 0);
@@ -164,6 +195,23 @@ bool DataLayer::RemoveRecord(ByRef<bool> bolDeleteAlsoInDB) {
       }
       sql = alternative_remove_query_.empty() ? sql + suffix : alternative_remove_query_ + " WHERE id = ?";
       auto rows = database->OpenRecordset(sql, id);
+      // The statement decides which row is first: with an OR in the loaded query's condition that need
+      // not be the current record's row, and deleting it would hit another record.
+      const std::string shown_id = CStr(id[0]);
+      if (rows->EOF_()) {
+        rows->Close();
+        ErrorStatus("RemoveRecord: no row with id " + shown_id + " through the statement '" + sql +
+                    "'; nothing was deleted");
+        return false;
+      }
+      const int32_t id_column = rows->Fields()->IndexOf("id");
+      const Variant first_id = id_column >= 0 ? rows->Fields(id_column)->Value() : Variant(Null);
+      if (!IsNumeric(first_id) || CDbl(first_id) != CDbl(id[0])) {
+        rows->Close();
+        ErrorStatus("RemoveRecord: the statement '" + sql + "' opens on the row with id " + ToText(first_id) +
+                    ", not on the current record's id " + shown_id + "; nothing was deleted");
+        return false;
+      }
       rows->Delete();
       rows->Close();
     }

@@ -407,6 +407,45 @@ TEST_P(DataLayerSave, RemoveRecordDeletesThroughTheLoadedQueryAndLogs) {
   EXPECT_NE(log.find("          <name>Clara</name>\r\n"), std::string::npos);
 }
 
+TEST_P(DataLayerSave, RemoveRecordNeverDeletesAnotherRow) {
+  // "... OR city = 'Linz' AND id = 3" opens on Anna (id 1) first: that row must stay.
+  auto layer = Loaded("SELECT * FROM customers WHERE city = 'Wien' OR city = 'Linz'");
+  layer->MoveSpecific(2);  // Clara, id 3
+  bool in_db = true;
+  EXPECT_FALSE(layer->RemoveRecord(in_db));
+  EXPECT_NE(layer->ErrorStatus().find("opens on the row with id 1, not on the current record's id 3; nothing was "
+                                      "deleted"),
+            std::string::npos)
+      << layer->ErrorStatus();
+  EXPECT_EQ(DbValue("SELECT COUNT(*) FROM customers").AsLong(), 3);
+  EXPECT_EQ(layer->RecordCount(), 2);
+
+  // A key with no row, and a key that is no number, delete nothing and say so.
+  auto plain = Loaded();
+  plain->ErrorStatus("");
+  plain->FieldObject("id")->Value(Variant(77));
+  EXPECT_FALSE(plain->RemoveRecord(in_db));
+  EXPECT_NE(plain->ErrorStatus().find("no row with id 77 through the statement"), std::string::npos)
+      << plain->ErrorStatus();
+  plain->FieldObject("id")->Value(Variant("abc"));
+  EXPECT_FALSE(plain->RemoveRecord(in_db));
+  EXPECT_NE(plain->ErrorStatus().find("the id 'abc' of the current record is not a number"), std::string::npos);
+  EXPECT_EQ(DbValue("SELECT COUNT(*) FROM customers").AsLong(), 3);
+  EXPECT_EQ(plain->RecordCount(), 3);
+}
+
+TEST_P(DataLayerSave, AQueryEndingInALineCommentSavesAndRemoves) {
+  auto layer = Loaded("SELECT * FROM customers WHERE city <> 'Graz' -- everyone but Graz");
+  layer->MoveSpecific(2);  // Clara, id 3
+  layer->SetFieldValue("city", "Steyr");
+  EXPECT_TRUE(layer->Save()) << layer->ErrorStatus();
+  EXPECT_EQ(DbValue("SELECT city FROM customers WHERE id = 3").AsString(), "Steyr");
+  bool in_db = true;
+  EXPECT_TRUE(layer->RemoveRecord(in_db)) << layer->ErrorStatus();
+  EXPECT_EQ(DbValue("SELECT COUNT(*) FROM customers WHERE id = 3").AsLong(), 0);
+  EXPECT_EQ(DbValue("SELECT COUNT(*) FROM customers").AsLong(), 2);
+}
+
 INSTANTIATE_TEST_SUITE_P(Backends, DataLayerSave, ::testing::ValuesIn(db::test::WritableContexts()),
                          db::test::ContextTestName);
 
