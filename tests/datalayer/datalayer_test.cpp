@@ -1,3 +1,5 @@
+#include <cmath>
+
 #include "datalayer/datalayer_fixture.h"
 #include "support/forwarding_database.h"
 #include "support/temp_dir.h"
@@ -444,6 +446,27 @@ TEST_P(DataLayerSave, AQueryEndingInALineCommentSavesAndRemoves) {
   EXPECT_TRUE(layer->RemoveRecord(in_db)) << layer->ErrorStatus();
   EXPECT_EQ(DbValue("SELECT COUNT(*) FROM customers WHERE id = 3").AsLong(), 0);
   EXPECT_EQ(DbValue("SELECT COUNT(*) FROM customers").AsLong(), 2);
+}
+
+TEST_P(DataLayerSave, AValueTheColumnCannotHoldFailsItsRecordByName) {
+  auto layer = Loaded();
+  layer->MoveSpecific(1);
+  layer->SetFieldValue("balance", Variant(std::nan("")));
+  EXPECT_FALSE(layer->Save());
+  EXPECT_NE(layer->ErrorStatus().find("Field 'balance': Data type conversion error: the number NaN cannot be stored "
+                                      "as Double."),
+            std::string::npos)
+      << layer->ErrorStatus();
+  EXPECT_DOUBLE_EQ(CDbl(DbValue("SELECT balance FROM customers WHERE id = 1")), 10.5);
+  EXPECT_TRUE(layer->GetOfflineRecordset()->Records(1)->HasChanged);
+
+  layer->SetFieldValue("balance", Variant(1.0));
+  layer->SetFieldValue("since", Variant(Date{std::nan("")}));
+  EXPECT_FALSE(layer->Save());
+  EXPECT_NE(layer->ErrorStatus().find("Field 'since': Data type conversion error: the date NaN cannot be stored as "
+                                      "Date."),
+            std::string::npos)
+      << layer->ErrorStatus();
 }
 
 INSTANTIATE_TEST_SUITE_P(Backends, DataLayerSave, ::testing::ValuesIn(db::test::WritableContexts()),

@@ -115,6 +115,13 @@ Stored Blob(std::string v) {
 }
 
 std::string Describe(const Variant& v) {
+  // A non-finite number or date has no text of its own (a NaN date would read as midnight).
+  if (v.Type() == VarType::Double || v.Type() == VarType::Single || v.Type() == VarType::Date) {
+    const double d = v.Type() == VarType::Date ? v.AsDate().serial
+                     : v.Type() == VarType::Single ? static_cast<double>(v.AsSingle()) : v.AsDouble();
+    if (std::isnan(d)) return std::string("the ") + (v.Type() == VarType::Date ? "date" : "number") + " NaN";
+    if (std::isinf(d)) return std::string("the ") + (v.Type() == VarType::Date ? "date " : "number ") + (d < 0 ? "-Inf" : "+Inf");
+  }
   try {
     std::string t = CStr(v);
     if (t.size() > 40) t = t.substr(0, 40) + "...";
@@ -151,6 +158,22 @@ Stored EncodeWhole(const Variant& v, int32_t code) {
     case VarType::Integer: value = v.AsInteger(); break;
     case VarType::Long: value = v.AsLong(); break;
     default: {
+      // A whole number written as text is read exactly: through a double, 9007199254740993 would
+      // become 9007199254740992.
+      if (v.IsString()) {
+        const std::string& text = v.AsString();
+        size_t begin = 0, end = text.size();
+        while (begin < end && text[begin] == ' ') ++begin;
+        while (end > begin && text[end - 1] == ' ') --end;
+        int64_t exact = 0;
+        const char* first = text.data() + begin + (begin < end && text[begin] == '+' ? 1 : 0);
+        auto [ptr, ec] = std::from_chars(first, text.data() + end, exact);
+        if (ec == std::errc::result_out_of_range) CannotStore(v, code);
+        if (ec == std::errc() && ptr == text.data() + end && first != ptr) {
+          value = exact;
+          break;
+        }
+      }
       auto d = NumberOf(v);
       if (!d || !std::isfinite(*d)) CannotStore(v, code);
       double r = std::nearbyint(*d);  // the default rounding mode: half to even
@@ -160,6 +183,7 @@ Stored EncodeWhole(const Variant& v, int32_t code) {
   }
   if (code == 2 && (value < 0 || value > 255)) CannotStore(v, code);
   if (code == 3 && (value < -32768 || value > 32767)) CannotStore(v, code);
+  if (code == 4 && (value < INT32_MIN || value > INT32_MAX)) CannotStore(v, code);
   return Integer(value);
 }
 
@@ -230,7 +254,9 @@ Stored EncodeNatural(const Variant& v) {
     case VarType::Integer: return Integer(v.AsInteger());
     case VarType::Long: return Integer(v.AsLong());
     case VarType::Single: return EncodeSingle(v, 6);
-    case VarType::Double: return Real(v.AsDouble());
+    case VarType::Double:
+      if (!std::isfinite(v.AsDouble())) CannotStore(v, 7);
+      return Real(v.AsDouble());
     case VarType::Currency: return EncodeCurrency(v, 5);
     case VarType::Date: return EncodeDate(v, 8);
     case VarType::String: return Text(v.AsString());
@@ -399,8 +425,9 @@ Stored Encode(const Variant& value, int32_t code) {
     case 5: return EncodeCurrency(value, code);
     case 6: return EncodeSingle(value, code);
     case 7: {
+      // NaN and the infinities have no column value (SQL engines store NULL or refuse them).
       auto d = NumberOf(value);
-      if (!d) CannotStore(value, code);
+      if (!d || !std::isfinite(*d)) CannotStore(value, code);
       return Real(*d);
     }
     case 8: return EncodeDate(value, code);

@@ -73,6 +73,16 @@ TableKey ReadKey(const Connection& conn, const std::string& schema, const std::s
   return key;
 }
 
+// The value as the column stores it; a value the column cannot hold is refused with the field's name.
+Stored EncodeFor(const ResultColumn& column, const Variant& value) {
+  try {
+    return Encode(value, column.decode_code);
+  } catch (const EngineError& e) {
+    if (e.Kind() != ErrorKind::Conversion) throw;
+    Raise(ErrorKind::Conversion, "Field '" + column.name + "': " + e.Description());
+  }
+}
+
 using ViewTexts = std::unordered_map<std::string, std::string>;
 
 // The CREATE VIEW texts of the connection's views (main and temp), by lower-cased name.
@@ -250,7 +260,7 @@ void SqliteRows::InsertRow(std::span<const size_t> written, const std::vector<Va
   Stmt stmt = conn_->Prepare(sql);
   for (size_t i = 0; i < written.size(); ++i) {
     const ResultColumn& c = columns_[written[i]];
-    Bind(*conn_, stmt.get(), static_cast<int>(i + 1), Encode(values[written[i]], c.decode_code));
+    Bind(*conn_, stmt.get(), static_cast<int>(i + 1), EncodeFor(c, values[written[i]]));
   }
   if (conn_->Step(stmt.get()) != SQLITE_ROW) Raise(ErrorKind::General, "The new record was not stored.");
   for (size_t j = 0; j < columns_.size(); ++j) row[j] = ReadColumn(stmt.get(), static_cast<int>(j), columns_[j].decode_code);
@@ -268,7 +278,7 @@ bool SqliteRows::UpdateRow(std::span<const size_t> written, const std::vector<Va
   Stmt stmt = conn_->Prepare(sql);
   for (size_t i = 0; i < written.size(); ++i) {
     const ResultColumn& c = columns_[written[i]];
-    Bind(*conn_, stmt.get(), static_cast<int>(i + 1), Encode(values[written[i]], c.decode_code));
+    Bind(*conn_, stmt.get(), static_cast<int>(i + 1), EncodeFor(c, values[written[i]]));
   }
   BindKey(stmt.get(), static_cast<int>(written.size() + 1), row);
   conn_->Step(stmt.get());
