@@ -2,6 +2,8 @@
 // and a new database is made by the embedded default. Not per backend, so not in the conformance suite.
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <fstream>
 #include <string>
 
@@ -37,6 +39,20 @@ TEST(EngineDispatch, OpeningReportsMissingForeignAndUnbuiltFormats) {
   EXPECT_NE(unsupported.Description().find("not supported yet"), std::string::npos);
   EXPECT_EQ(ErrorOf([&] { engine->OpenDatabase(std::string(QUORBEX_SHARED_DATA) + "/ASampleDatabase.accdb"); }).Kind(),
             ErrorKind::NotSupported);
+}
+
+TEST(EngineDispatch, OnlyRegularFilesAreOpened) {
+  // Reading a FIFO would wait for a writer forever; a device or a socket is no database either.
+  quorbex::test::TempDir dir;
+  auto engine = DBEngine::Default();
+  std::string fifo = dir.File("pipe.db");
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  auto refused = ErrorOf([&] { engine->OpenDatabase(fifo); });
+  EXPECT_EQ(refused.Kind(), ErrorKind::NotADatabase);
+  EXPECT_EQ(refused.Description(), "'" + fifo + "' is a FIFO, not a database file.");
+  EXPECT_EQ(ErrorOf([&] { engine->CompactDatabase(fifo, dir.File("copy.db")); }).Kind(), ErrorKind::NotADatabase);
+  auto device = ErrorOf([&] { engine->OpenDatabase("/dev/null"); });
+  EXPECT_EQ(device.Description(), "'/dev/null' is a device, not a database file.");
 }
 
 TEST(EngineDispatch, ANewDatabaseIsSqliteWhateverItsExtension) {

@@ -16,7 +16,15 @@ namespace quorbex::db {
 using namespace internal;
 namespace {
 
-enum class PathKind { Missing, Folder, File, Unreadable };
+enum class PathKind { Missing, Folder, Special, File, Unreadable };
+
+// What a path that is neither file nor folder is, for the message that refuses it.
+std::string SpecialKind(mode_t mode) {
+  if (S_ISFIFO(mode)) return "a FIFO";
+  if (S_ISSOCK(mode)) return "a socket";
+  if (S_ISCHR(mode) || S_ISBLK(mode)) return "a device";
+  return "not a regular file";
+}
 
 PathKind Inspect(const std::string& path, std::string& header, std::string& problem) {
   struct stat st {};
@@ -28,7 +36,12 @@ PathKind Inspect(const std::string& path, std::string& header, std::string& prob
     return PathKind::Missing;
   }
   if (S_ISDIR(st.st_mode)) return PathKind::Folder;
-  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  // Reading a FIFO or a device could wait forever; only regular files are databases.
+  if (!S_ISREG(st.st_mode)) {
+    problem = SpecialKind(st.st_mode);
+    return PathKind::Special;
+  }
+  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (fd < 0) {
     problem = std::strerror(errno);
     return PathKind::Unreadable;
@@ -74,6 +87,8 @@ std::string HeaderOf(const std::string& path) {
   switch (Inspect(path, header, problem)) {
     case PathKind::Missing: RaiseFileNotFound(path);
     case PathKind::Folder: Raise(ErrorKind::NotADatabase, "'" + path + "' is a folder, not a database file.");
+    case PathKind::Special:
+      Raise(ErrorKind::NotADatabase, "'" + path + "' is " + problem + ", not a database file.");
     case PathKind::Unreadable: Raise(ErrorKind::General, "Could not open '" + path + "': " + problem + ".");
     case PathKind::File: break;
   }
