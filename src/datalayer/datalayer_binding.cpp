@@ -111,10 +111,17 @@ void DataLayer::SetDatabaseByPathAndWorkgroup(const std::string& DBPath, const s
 
 void DataLayer::SetStandardDBPathFile(const std::string& strDBPathAndFile, const std::string& strWorkgroupFilePath,
                                       const std::string& strUsername, const std::string& strPassword) {
-  platform::SaveSetting(kApp, kSection, "DBPath", strDBPathAndFile);
-  platform::SaveSetting(kApp, kSection, "Workgroup", strWorkgroupFilePath);
-  platform::SaveSetting(kApp, kSection, "Username", strUsername);
-  platform::SaveSetting(kApp, kSection, "Password", strPassword);
+  // Error 4000 is the one this method raises; a settings store that cannot be written says so through
+  // it too, rather than with a failure of its own kind.
+  try {
+    platform::SaveSetting(kApp, kSection, "DBPath", strDBPathAndFile);
+    platform::SaveSetting(kApp, kSection, "Workgroup", strWorkgroupFilePath);
+    platform::SaveSetting(kApp, kSection, "Username", strUsername);
+    platform::SaveSetting(kApp, kSection, "Password", strPassword);
+  } catch (const std::exception& e) {
+    throw AutomationError(4000, "Quorbex Data Layer",
+                          "Standard DBpath could not be stored: " + internal::FailureDescription(e));
+  }
   if (!platform::FileExists(strDBPathAndFile)) {
     throw AutomationError(4000, "Quorbex Data Layer", "Standard DBpath is invalid");
   }

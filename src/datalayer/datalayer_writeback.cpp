@@ -67,12 +67,17 @@ bool DataLayer::Save() {
     ErrorStatus("Save: no database is bound");
     return false;
   }
-  if (!database->Supports(db::Feature::UpdatableRecordsets) || !database->Updatable()) {
-    ErrorStatus("Save: the database '" + database->Name() + "' cannot be written to");
-    return false;
-  }
   internal::SaveRun run(*this, *database);
-  const std::string failure = run.Run();
+  std::string failure;
+  try {
+    if (!database->Supports(db::Feature::UpdatableRecordsets) || !database->Updatable()) {
+      ErrorStatus("Save: the database '" + database->Name() + "' cannot be written to");
+      return false;
+    }
+    failure = run.Run();
+  } catch (const std::exception& e) {
+    failure = internal::FailureDescription(e);
+  }
   if (!failure.empty()) {
     ErrorStatus("Save: " + failure);
     return false;
