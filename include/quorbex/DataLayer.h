@@ -132,7 +132,8 @@ class DataLayer : public Object, public std::enable_shared_from_this<DataLayer> 
   // Writes every changed record (inserting the new ones and reading back their keys) in one
   // transaction, with one session-log entry per changed field. False when nothing was changed, when the
   // recordset is read-only ("Recordset is readonly"), or when a record fails: the records before it stay
-  // written and unmarked, it and the later ones keep their marks, DataChanged stays True.
+  // written and unmarked, it and the later ones keep their marks, DataChanged stays True. While another
+  // connection writes to the database, Save waits for it up to db::DBEngine::BusyTimeout (5 s).
   bool Save();
   // Appends a record marked NewlyAdded with the fields of the others (or of the loaded query); it reaches
   // the database at the next Save once one of its fields has been written.

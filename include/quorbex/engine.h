@@ -426,7 +426,9 @@ class Database : public Object {
   // A new table definition, created in the database by TableDefs()->Append.
   virtual std::shared_ptr<TableDef> CreateTableDef(const std::string& Name = "") = 0;
 
-  // Transactions (Feature::Transactions). BeginTrans inside a transaction, CommitTrans or Rollback
+  // Transactions (Feature::Transactions). BeginTrans takes the write lock at once, waiting for another
+  // writer up to the busy timeout (DBEngine::BusyTimeout), so a transaction never fails later because
+  // another connection wrote meanwhile. BeginTrans inside a transaction, CommitTrans or Rollback
   // without one raise InvalidOperation.
   virtual void BeginTrans() = 0;
   virtual void CommitTrans() = 0;
@@ -474,8 +476,9 @@ class DBEngine : public Object {
   virtual const std::string& DefaultPassword() const;
   virtual void DefaultPassword(const std::string& strPassword);
 
-  // How long (milliseconds) an operation waits for another connection's lock before it raises Busy.
-  // 5000 by default.
+  // How long (milliseconds) an operation waits for another connection's lock before it raises Busy
+  // ("... locked by another connection, waited <n> ms", the time it really waited). 5000 by default;
+  // it applies to databases opened afterwards.
   virtual int32_t BusyTimeout() const;
   virtual void BusyTimeout(int32_t lngMilliseconds);
 

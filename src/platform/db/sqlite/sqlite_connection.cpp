@@ -1,13 +1,24 @@
 #include "platform/db/sqlite/sqlite_connection.h"
 
+#include <chrono>
+
 #include "platform/db/errors.h"
 
 namespace quorbex::db::internal::sqlite {
 
-void RaiseSqlite(int rc, std::string_view message, const std::string& path, int busy_ms) {
+namespace {
+
+int MillisecondsSince(std::chrono::steady_clock::time_point start) {
+  return static_cast<int>(
+      std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count());
+}
+
+}  // namespace
+
+void RaiseSqlite(int rc, std::string_view message, const std::string& path, int waited_ms) {
   std::string msg(message);
   switch (rc & 0xff) {
-    case SQLITE_BUSY: RaiseBusy(path, busy_ms);
+    case SQLITE_BUSY: RaiseBusy(path, waited_ms);
     case SQLITE_LOCKED: Raise(ErrorKind::Busy, msg);
     case SQLITE_READONLY:
       Raise(ErrorKind::ReadOnly, "Cannot update '" + path + "': the database is read-only (" + msg + ").");
@@ -68,10 +79,11 @@ Stmt Connection::Prepare(std::string_view sql, std::string_view* tail) const {
   }
   sqlite3_stmt* stmt = nullptr;
   const char* end = nullptr;
+  const auto start = std::chrono::steady_clock::now();
   int rc = sqlite3_prepare_v2(handle, sql.data(), static_cast<int>(sql.size()), &stmt, &end);
   if (rc != SQLITE_OK) {
     sqlite3_finalize(stmt);
-    Fail(rc);
+    RaiseSqlite(rc, sqlite3_errmsg(handle), path_, MillisecondsSince(start));
   }
   const auto tail_offset = static_cast<size_t>(end - sql.data());
   if (tail != nullptr) *tail = sql.substr(tail_offset);
@@ -80,11 +92,14 @@ Stmt Connection::Prepare(std::string_view sql, std::string_view* tail) const {
 }
 
 int Connection::Step(sqlite3_stmt* stmt) const {
+  // The busy handler waits inside sqlite3_step, so the time the step took is the time waited when it
+  // ends busy: a lock SQLite must not wait for (to avoid a deadlock) fails at once, and says so.
+  const auto start = std::chrono::steady_clock::now();
   int rc = sqlite3_step(stmt);
   if (rc == SQLITE_ROW || rc == SQLITE_DONE) return rc;
   std::string message = sqlite3_errmsg(db_);
   sqlite3_reset(stmt);
-  RaiseSqlite(rc, message, path_, busy_ms_);
+  RaiseSqlite(rc, message, path_, MillisecondsSince(start));
 }
 
 int64_t Connection::Exec(std::string_view sql) const {

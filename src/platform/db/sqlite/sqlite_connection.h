@@ -43,7 +43,8 @@ using Stmt = std::unique_ptr<sqlite3_stmt, StmtDeleter>;
 
 // Turns a SQLite result code and message into the engine's error. Busy and read-only errors name the
 // file; SQL errors keep SQLite's own text ("no such table: x", "near \"FORM\": syntax error").
-[[noreturn]] void RaiseSqlite(int rc, std::string_view message, const std::string& path, int busy_ms);
+// `waited_ms` is how long the failing call waited for a lock (named in the Busy text).
+[[noreturn]] void RaiseSqlite(int rc, std::string_view message, const std::string& path, int waited_ms);
 
 class Connection {
  public:

@@ -249,7 +249,9 @@ class SqliteDatabase : public Database {
     if (sqlite3_get_autocommit(conn_->Handle()) == 0) {
       Raise(ErrorKind::InvalidOperation, "A transaction is already running.");
     }
-    conn_->Exec("BEGIN");
+    // A transaction is begun to write: taking the write lock now lets the busy timeout apply while
+    // another connection writes, where a read transaction upgraded later would fail at once.
+    conn_->Exec("BEGIN IMMEDIATE");
   }
   void CommitTrans() override {
     if (sqlite3_get_autocommit(conn_->Handle()) != 0) Raise(ErrorKind::InvalidOperation, "No transaction is running.");
