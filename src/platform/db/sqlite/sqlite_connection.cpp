@@ -1,6 +1,9 @@
 #include "platform/db/sqlite/sqlite_connection.h"
 
+#include <unistd.h>
+
 #include <chrono>
+#include <thread>
 
 #include "platform/db/errors.h"
 
@@ -45,6 +48,23 @@ Connection::Connection(sqlite3* db, std::string path, int busy_ms)
     : db_(db), path_(std::move(path)), busy_ms_(busy_ms) {}
 
 Connection::~Connection() { Close(); }
+
+void Connection::WaitWhenBusy() {
+  busy_jitter_ = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(this) >> 4) ^ static_cast<uint32_t>(::getpid());
+  sqlite3_busy_handler(
+      db_,
+      [](void* self, int tries) -> int {
+        auto& conn = *static_cast<Connection*>(self);
+        const auto now = std::chrono::steady_clock::now();
+        if (tries == 0) conn.busy_since_ = now;
+        if (now - conn.busy_since_ >= std::chrono::milliseconds(conn.busy_ms_)) return 0;
+        conn.busy_jitter_ = conn.busy_jitter_ * 1664525u + 1013904223u;
+        const auto pause = std::chrono::microseconds(tries < 10 ? 200 : 1000 + (conn.busy_jitter_ >> 22));
+        std::this_thread::sleep_for(pause);
+        return 1;
+      },
+      this);
+}
 
 sqlite3* Connection::Handle() const {
   if (db_ == nullptr) Raise(ErrorKind::Closed, text::kDatabaseClosed);

@@ -7,6 +7,8 @@
 
 #include <sqlite3.h>
 
+#include <chrono>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -57,6 +59,11 @@ class Connection {
   sqlite3* Handle() const;
   const std::string& Path() const { return path_; }
   int BusyMs() const { return busy_ms_; }
+  // Installs the busy handler: a call that meets another connection's lock retries every millisecond
+  // or two until the busy timeout has passed. SQLite's own timeout sleeps up to 100 ms between tries,
+  // and a writer that commits and begins again within that gap can keep another waiting for its whole
+  // timeout; short, slightly random sleeps let each waiter in at the next gap.
+  void WaitWhenBusy();
   bool IsOpen() const { return db_ != nullptr; }
   // True when the main database cannot be written (opened read-only or write-protected).
   bool ReadOnly() const;
@@ -86,6 +93,8 @@ class Connection {
   sqlite3* db_;
   std::string path_;
   int busy_ms_;
+  std::chrono::steady_clock::time_point busy_since_;
+  uint32_t busy_jitter_ = 0;
   std::vector<std::weak_ptr<Closable>> items_;
   std::shared_ptr<StmtPool> pool_ = std::make_shared<StmtPool>();
   mutable std::unordered_map<std::string, std::pair<int64_t, std::shared_ptr<const void>>> facts_;

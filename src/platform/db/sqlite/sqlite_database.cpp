@@ -281,11 +281,12 @@ std::shared_ptr<Connection> Connect(const std::string& path, int flags, int busy
     RaiseSqlite(rc, message, path, busy_ms);
   }
   sqlite3_extended_result_codes(db, 1);
-  sqlite3_busy_timeout(db, busy_ms);
   // Savepoints keep a statement journal per write; in memory it costs no file writes. Large sorts use
   // memory too, which an in-process library working on in-memory tables can afford.
   sqlite3_exec(db, "PRAGMA temp_store = MEMORY", nullptr, nullptr, nullptr);
-  return std::make_shared<Connection>(db, path, busy_ms);
+  auto conn = std::make_shared<Connection>(db, path, busy_ms);
+  conn->WaitWhenBusy();
+  return conn;
 }
 
 class Sqlite : public Backend {
