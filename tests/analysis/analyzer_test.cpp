@@ -284,6 +284,29 @@ TEST_F(AnalyzerTest, FillIfNumericCompareReadsTheCommaAsPoint) {
   EXPECT_TRUE(At(*layer, 2, "R").IsEmpty());  // the else value given as Empty is stored
 }
 
+TEST_F(AnalyzerTest, FillIfOperatorsHoldExactlyOnTheirSideOfEquality) {
+  // Numbers, equal numbers, texts of numbers whose text order differs from their value order, a comma.
+  auto layer = Table("ID;A;B;R", {{1, 5, 3, ""}, {2, 3, 3, ""}, {3, 1, 3, ""}, {4, "10", "9", ""}, {5, "2,5", "2.5", ""}});
+  auto analyzer = layer->Analyzer();
+  struct Case {
+    const char* op;
+    bool numeric;
+    const char* filled;
+  };
+  const Case cases[] = {
+      {"=", false, "n,y,n,n,n"},  {">", false, "y,n,n,n,n"}, {"<", false, "n,n,y,y,y"},
+      {"<>", false, "y,n,y,y,y"}, {"=", true, "n,y,n,n,y"},  {">", true, "y,n,n,y,n"},
+      {"<", true, "n,n,y,n,n"},   {"<>", true, "y,n,y,y,n"}, {">=", true, "n,n,n,n,n"},
+      {"=>", false, "n,n,n,n,n"},
+  };
+  for (const Case& c : cases) {
+    analyzer->FillIf("A", c.op, "B", "R", "y", Variant("n"), c.numeric);
+    std::string filled;
+    for (int32_t i = 1; i <= layer->RecordCount(); ++i) filled += (i > 1 ? "," : "") + CStr(At(*layer, i, "R"));
+    EXPECT_EQ(filled, c.filled) << c.op << (c.numeric ? " numeric" : " as values");
+  }
+}
+
 TEST_F(AnalyzerTest, ReplaceFieldMatchesTrimmedTextsAndPartsInExactCase) {
   auto layer = Table("ID;A", {{1, " Apple "}, {2, "apple pie"}, {3, "Pineapple"}, {4, 12}});
   auto analyzer = layer->Analyzer();

@@ -1,3 +1,7 @@
+#include <functional>
+#include <utility>
+#include <vector>
+
 #include "datalayer/datalayer_fixture.h"
 #include "support/temp_dir.h"
 
@@ -122,18 +126,36 @@ TEST_F(DataLayerCore, AnEmptyResultIsNotLoadedAndDropsNotLoadedMessages) {
   EXPECT_EQ(never.ErrorStatus(), "\r\n1) Recordset not Loaded!");
 }
 
-TEST_F(DataLayerCore, CursorClampsAtBothEnds) {
+TEST_F(DataLayerCore, CursorMovesOneStepAndClampsAtBothEnds) {
   auto layer = Loaded();
-  layer->MovePrevious();
-  EXPECT_EQ(layer->ActualPosition(), 1);
-  layer->MoveLast();
-  layer->MoveNext();
-  EXPECT_EQ(layer->ActualPosition(), 3);
-  layer->MoveSpecific(0);
-  EXPECT_EQ(layer->ActualPosition(), 1);
-  layer->MoveSpecific(99);
-  EXPECT_EQ(layer->ActualPosition(), 3);
-  EXPECT_EQ(layer->FieldValue("name").AsString(), "Clara");
+  // Each move, then where the cursor stands and which record it reads.
+  const std::vector<std::pair<std::function<void()>, int32_t>> steps = {
+      {[&] { layer->MovePrevious(); }, 1}, {[&] { layer->MoveNext(); }, 2},
+      {[&] { layer->MoveNext(); }, 3},     {[&] { layer->MoveNext(); }, 3},
+      {[&] { layer->MovePrevious(); }, 2}, {[&] { layer->MovePrevious(); }, 1},
+      {[&] { layer->MoveLast(); }, 3},     {[&] { layer->MoveFirst(); }, 1},
+      {[&] { layer->MoveSpecific(2); }, 2}, {[&] { layer->MoveSpecific(0); }, 1},
+      {[&] { layer->MoveSpecific(-7); }, 1}, {[&] { layer->MoveSpecific(3); }, 3},
+      {[&] { layer->MoveSpecific(4); }, 3}, {[&] { layer->MoveSpecific(99); }, 3},
+  };
+  const char* names[] = {"", "Anna", "Bernd", "Clara"};
+  for (size_t i = 0; i < steps.size(); ++i) {
+    steps[i].first();
+    EXPECT_EQ(layer->ActualPosition(), steps[i].second) << "step " << i;
+    EXPECT_EQ(layer->FieldValue("name").AsString(), names[steps[i].second]) << "step " << i;
+  }
+  EXPECT_EQ(layer->ErrorStatus(), "");
+
+  // With no records MoveSpecific has nothing to clamp to: the cursor ends at 0.
+  DataLayer empty;
+  empty.MoveSpecific(5);
+  EXPECT_EQ(empty.ActualPosition(), 0);
+  for (auto move : {&DataLayer::MoveFirst, &DataLayer::MoveLast, &DataLayer::MoveNext, &DataLayer::MovePrevious}) {
+    (empty.*move)();
+    EXPECT_EQ(empty.ActualPosition(), 0);
+  }
+  EXPECT_EQ(empty.ErrorStatus(), "\r\n1) Recordset not Loaded!\r\n2) Recordset not Loaded!"
+                                 "\r\n3) Recordset not Loaded!\r\n4) Recordset not Loaded!");
 }
 
 TEST_F(DataLayerCore, FieldLookupRulesDifferBetweenFieldIDAndValueAccess) {
@@ -246,6 +268,87 @@ TEST_F(DataLayerCore, AFailingRecordEndsTheSaveAndKeepsItsMarks) {
   other->SetFieldValue("city", "nowhere");
   EXPECT_FALSE(other->Save());
   EXPECT_TRUE(other->GetOfflineRecordset()->Records(3)->HasChanged);
+}
+
+TEST_F(DataLayerCore, FailedInsertsAndCommitsReturnFalseAndKeepEveryMark) {
+  {
+    auto database = db::DBEngine::Default()->OpenDatabase(db_path_);
+    database->Execute(
+        "CREATE TABLE orders (id INTEGER PRIMARY KEY AUTOINCREMENT, customer INTEGER REFERENCES customers(id) "
+        "DEFERRABLE INITIALLY DEFERRED, amount INTEGER CHECK (amount >= 0))");
+    database->Execute("INSERT INTO orders (customer, amount) VALUES (1, 5), (2, 7)");
+    database->Close();
+  }
+  auto layer = Loaded("SELECT * FROM orders ORDER BY id");
+  State().current_database->Execute("PRAGMA foreign_keys = ON");
+  auto records = layer->GetOfflineRecordset();
+
+  // An insert the database refuses.
+  layer->AddNew();
+  layer->SetFieldValue("amount", -1);
+  EXPECT_FALSE(layer->Save());
+  EXPECT_NE(layer->ErrorStatus().find("1) Save: "), std::string::npos);
+  EXPECT_TRUE(layer->DataChanged());
+  EXPECT_TRUE(records->Records(3)->NewlyAdded);
+  EXPECT_TRUE(records->Records(3)->HasChanged);
+  EXPECT_TRUE(layer->FieldObject("amount")->HasChanged);
+  EXPECT_EQ(DbValue("SELECT COUNT(*) FROM orders").AsLong(), 2);
+  bool offline = false;
+  EXPECT_TRUE(layer->RemoveRecord(offline));
+
+  // A commit the database refuses (the deferred key check): nothing was written, so nothing is unmarked,
+  // not even the record that was fine on its own.
+  layer->ErrorStatus("");
+  layer->MoveSpecific(1);
+  layer->SetFieldValue("amount", 50);
+  layer->MoveSpecific(2);
+  layer->SetFieldValue("customer", 99);
+  EXPECT_FALSE(layer->Save());
+  EXPECT_NE(layer->ErrorStatus().find("1) Save: "), std::string::npos);
+  EXPECT_TRUE(layer->DataChanged());
+  for (int32_t i : {1, 2}) EXPECT_TRUE(records->Records(i)->HasChanged) << i;
+  layer->MoveSpecific(1);
+  EXPECT_TRUE(layer->FieldObject("amount")->HasChanged);
+  EXPECT_EQ(DbValue("SELECT amount FROM orders WHERE id = 1").AsLong(), 5);
+  EXPECT_EQ(DbValue("SELECT customer FROM orders WHERE id = 2").AsLong(), 2);
+
+  // Once the bad value is mended the same marks carry both records.
+  layer->MoveSpecific(2);
+  layer->SetFieldValue("customer", 3);
+  EXPECT_TRUE(layer->Save());
+  EXPECT_FALSE(layer->DataChanged());
+  EXPECT_EQ(DbValue("SELECT amount FROM orders WHERE id = 1").AsLong(), 50);
+  EXPECT_EQ(DbValue("SELECT customer FROM orders WHERE id = 2").AsLong(), 3);
+
+  // Without an open database nothing can be written.
+  layer->SetFieldValue("amount", 60);
+  State().current_database->Close();
+  EXPECT_FALSE(layer->Save());
+  EXPECT_TRUE(layer->DataChanged());
+  EXPECT_TRUE(records->Records(2)->HasChanged);
+  EXPECT_NE(layer->ErrorStatus().find("Save: no database is bound"), std::string::npos);
+}
+
+TEST_F(DataLayerCore, AFailedRemoveReturnsFalseAndKeepsTheRecord) {
+  auto layer = Loaded();
+  bool in_db = true;
+  layer->MoveSpecific(2);
+  layer->FieldObject("id")->Value(77);  // no such row
+  EXPECT_FALSE(layer->RemoveRecord(in_db));
+  layer->MoveSpecific(3);
+  layer->FieldObject("id")->Value("three");  // no number
+  EXPECT_FALSE(layer->RemoveRecord(in_db));
+  EXPECT_EQ(layer->RecordCount(), 3);
+  EXPECT_EQ(layer->ActualPosition(), 3);
+  EXPECT_EQ(DbValue("SELECT COUNT(*) FROM customers").AsLong(), 3);
+  const std::string errors = layer->ErrorStatus();
+  EXPECT_EQ(errors.find("\r\n1) RemoveRecord: "), 0u) << errors;
+  EXPECT_NE(errors.find("\r\n2) RemoveRecord: "), std::string::npos) << errors;
+
+  DataLayer empty;
+  bool offline = false;
+  EXPECT_FALSE(empty.RemoveRecord(offline));
+  EXPECT_EQ(empty.RecordCount(), 0);
 }
 
 TEST_F(DataLayerCore, RealtimeSaveWritesEachFieldAtOnce) {
