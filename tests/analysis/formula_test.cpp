@@ -309,6 +309,11 @@ TEST_F(FormulaC, EvaluatePartFollowsEachType) {
   FormulaTestPeer::SetParts(f, {{"2", "VL", 0}, {"*", "OP", 2}, {"(", "KO", 0}, {"3", "VL", 10}, {")", "KC", 0}});
   EXPECT_EQ(FormulaTestPeer::Evaluate(f, 2), "");
   EXPECT_EQ(std::get<2>(FormulaTestPeer::Rows(f)[1]), 1);
+  FormulaTestPeer::SetParts(f, {{"(", "KO", 0}, {"3", "VL", 10}, {")", "KC", 0}, {"*", "OP", 2}, {"2", "VL", 0}});
+  EXPECT_EQ(FormulaTestPeer::Evaluate(f, 4), "");
+  EXPECT_EQ(FormulaTestPeer::Join(f), "(3)*2");
+  EXPECT_EQ(std::get<2>(FormulaTestPeer::Rows(f)[3]), 1);
+  FormulaTestPeer::SetParts(f, {{"2", "VL", 0}, {"*", "OP", 2}, {"(", "KO", 0}, {"3", "VL", 10}, {")", "KC", 0}});
   // A value inside a bracket pair drops the pair, unless a function owns it.
   EXPECT_EQ(FormulaTestPeer::Evaluate(f, 4), "");
   FormulaTestPeer::RemoveEmptyParts(f);

@@ -222,6 +222,8 @@ TEST_F(DataLayerCore, SaveWritesOnlyMarkedFieldsAndClearsTheMarks) {
   EXPECT_TRUE(layer->Save());
   EXPECT_FALSE(layer->DataChanged());
   EXPECT_FALSE(layer->GetOfflineRecordset()->Records(2)->HasChanged);
+  EXPECT_FALSE(layer->FieldObject("city")->HasChanged);
+  EXPECT_FALSE(layer->FieldObject("balance")->HasChanged);
   EXPECT_EQ(DbValue("SELECT city FROM customers WHERE id = 2").AsString(), "Salzburg");
   EXPECT_DOUBLE_EQ(CDbl(DbValue("SELECT balance FROM customers WHERE id = 2")), 99.25);
   EXPECT_EQ(DbValue("SELECT city FROM customers WHERE id = 1").AsString(), "Wien");
