@@ -4,9 +4,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <memory>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "analysis/analyzer_internal.h"
@@ -120,6 +122,24 @@ TEST_F(AnalyzerTest, CalculationsRefuseUnknownNamesAndOperatorsWithTheirOwnTexts
                           "FieldID: Fieldname 'Nope' not found (or error: )",
                           "Analyzer.CalculateFields: Sourcefields or target field is not reckognized"}));
   EXPECT_EQ(CDbl(At(*layer, 1, "R")), 1);
+
+  // Any one unknown name, in any position, refuses the whole calculation.
+  const std::string fields = "Analyzer.CalculateFields: Sourcefields or target field is not reckognized";
+  const std::string value1 = "Analyzer.CalculateFieldAndValue1: Sourcefields or target field is not reckognized";
+  const std::vector<std::pair<std::function<void()>, std::string>> unknown = {
+      {[&] { analyzer->CalculateFields("Nope", "+", "A", "R"); }, fields},
+      {[&] { analyzer->CalculateFields("A", "+", "Nope", "R"); }, fields},
+      {[&] { analyzer->CalculateFields("A", "+", "A", "Nope"); }, fields},
+      {[&] { analyzer->CalculateFieldAndValue1("A", "+", 2, "Nope"); }, value1},
+      {[&] { analyzer->CalculateFieldAndValue2(2, "+", "Nope", "R"); }, fields},
+  };
+  for (size_t i = 0; i < unknown.size(); ++i) {
+    layer->ErrorStatus("");
+    unknown[i].first();
+    ASSERT_FALSE(Errors().empty()) << i;
+    EXPECT_EQ(Errors().back(), unknown[i].second) << i;
+    EXPECT_EQ(CDbl(At(*layer, 1, "R")), 1) << i;
+  }
 }
 
 TEST_F(AnalyzerTest, ConstantOperandsStandOnTheirSide) {
@@ -308,7 +328,7 @@ TEST_F(AnalyzerTest, FillIfOperatorsHoldExactlyOnTheirSideOfEquality) {
 }
 
 TEST_F(AnalyzerTest, ReplaceFieldMatchesTrimmedTextsAndPartsInExactCase) {
-  auto layer = Table("ID;A", {{1, " Apple "}, {2, "apple pie"}, {3, "Pineapple"}, {4, 12}});
+  auto layer = Table("ID;A", {{1, " Apple "}, {2, "apple pie"}, {3, "Pineapple"}, {4, 12}, {5, 7}});
   auto analyzer = layer->Analyzer();
   bool string_compare = false;
   analyzer->ReplaceField("A", "APPLE", "Pear", string_compare, false, false);
@@ -333,6 +353,15 @@ TEST_F(AnalyzerTest, ReplaceFieldMatchesTrimmedTextsAndPartsInExactCase) {
   EXPECT_TRUE(At(*layer, 4, "A").IsString());
   EXPECT_EQ(CStr(At(*layer, 4, "A")), "13");
   EXPECT_TRUE(State().error_text.empty());
+
+  by_value = false;
+  analyzer->ReplaceField("A", "pie", "tart", by_value, false, true);
+  EXPECT_TRUE(by_value);  // PartOnly turns StringCompare on too
+  EXPECT_EQ(CStr(At(*layer, 2, "A")), "pear tart");
+  analyzer->ReplaceField("A", " Pear ", "Plum", string_compare, true, false);
+  EXPECT_EQ(CStr(At(*layer, 1, "A")), "Plum");  // the source is trimmed too
+  analyzer->ReplaceField("A", "", "z", string_compare, false, true);
+  EXPECT_EQ(At(*layer, 5, "A").Type(), VarType::Long);  // an empty part is found nowhere: no rewrite
 
   analyzer->ReplaceField("Nope", 1, 2, by_value, false, false);
   EXPECT_EQ(Errors().back(), "Analyzer.ReplaceField 91: Object variable or With block variable not set");
