@@ -167,6 +167,10 @@ TEST_F(DataLayerCore, FieldLookupRulesDifferBetweenFieldIDAndValueAccess) {
   EXPECT_EQ(layer->ErrorStatus(), "");
   EXPECT_EQ(layer->FieldID("nothing"), 0);
   EXPECT_EQ(layer->ErrorStatus(), "\r\n1) FieldID: Fieldname 'nothing' not found (or error: )");
+  // Blanks around a field's own name do not count either.
+  layer->FieldObject("city")->Description = "  city  ";
+  EXPECT_EQ(layer->FieldValue("CITY").AsString(), "Wien");
+  EXPECT_EQ(layer->FieldObject("city ")->Description, "  city  ");
   // Null reads as the empty text; varValue keeps it.
   layer->MoveLast();
   EXPECT_EQ(layer->FieldValue("balance").AsString(), "");
@@ -362,6 +366,36 @@ TEST_F(DataLayerCore, RealtimeSaveWritesEachFieldAtOnce) {
   EXPECT_EQ(DbValue("SELECT city FROM customers WHERE id = 1").AsString(), "Krems");
   layer->SetFieldValue("", "Steyr", 3);  // by position: no save
   EXPECT_TRUE(layer->DataChanged());
+  // A new record waits for the next Save, even when written by name.
+  ASSERT_TRUE(layer->Save());
+  layer->AddNew();
+  layer->SetFieldValue("name", "Dora");
+  EXPECT_TRUE(layer->DataChanged());
+  EXPECT_EQ(DbValue("SELECT COUNT(*) FROM customers").AsLong(), 3);
+  ASSERT_TRUE(layer->Save());
+  EXPECT_EQ(DbValue("SELECT name FROM customers WHERE id = 4").AsString(), "Dora");
+}
+
+TEST_F(DataLayerCore, ReadingAFieldPutsACursorAtZeroOnTheFirstRecord) {
+  auto records = std::make_shared<clsOfflineRecordset>();
+  records->Add(2);
+  records->FieldDim(1, "name");
+  records->Records(1)->Fields(1)->Value("first");
+  records->Records(2)->Fields(1)->Value("second");
+  records->Tag = "AllowAttach";
+  const std::vector<std::pair<std::function<void(DataLayer&)>, std::string>> reads = {
+      {[](DataLayer& layer) { EXPECT_EQ(layer.FieldID("name"), 1); }, "FieldID"},
+      {[](DataLayer& layer) { EXPECT_EQ(layer.FieldValue("name").AsString(), "first"); }, "FieldValue"},
+      {[](DataLayer& layer) { EXPECT_EQ(CStr(layer.FieldObject("NAME")->Value()), "first"); }, "FieldObject"},
+  };
+  for (const auto& [read, what] : reads) {
+    DataLayer layer;
+    layer.AttachOfflineRecordset(records, "q", Variant(true));
+    ASSERT_EQ(layer.ActualPosition(), 0) << what;
+    read(layer);
+    EXPECT_EQ(layer.ActualPosition(), 1) << what;
+  }
+  EXPECT_EQ(DataLayer().ErrorStatus(), "");
 }
 
 TEST_F(DataLayerCore, RemoveRecordDeletesThroughTheLoadedQueryAndLogs) {
