@@ -1,4 +1,6 @@
 #include <functional>
+#include <iterator>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -416,6 +418,56 @@ TEST_F(DataLayerCore, RemoveRecordDeletesThroughTheLoadedQueryAndLogs) {
   EXPECT_NE(log.find("<ACTION TYPE=\"DELETE_inDB\">"), std::string::npos);
   EXPECT_NE(log.find("<ACTION TYPE=\"DELETE_OFFLINE\">"), std::string::npos);
   EXPECT_NE(log.find("          <name>Clara</name>\r\n"), std::string::npos);
+}
+
+TEST_F(DataLayerCore, RemoveRecordBuildsItsDeleteFromTheLoadedOrAlternativeQuery) {
+  struct Case {
+    const char* sql;
+    const char* alternative;
+    int32_t position;
+    bool removed;
+    const char* left;  // ids left in customers, then in archive
+  };
+  const Case cases[] = {
+      {"SELECT * FROM customers WHERE active = 1;", "", 2, true, "1,2|1,2,3"},
+      {"SELECT * FROM customers ORDER BY name DESC", "", 1, true, "1,2|1,2,3"},
+      {"SELECT * FROM customers WHERE city <> 'x' ORDER BY name;", "", 2, true, "1,3|1,2,3"},
+      {"SELECT * FROM customers ORDER BY id", "SELECT * FROM archive;", 2, true, "1,2,3|1,3"},
+      // The cut before "order" also takes the character in front of it, whatever it is.
+      {"SELECT * FROM customers WHERE id IN (1, 2, 3)ORDER BY id", "", 1, false, "1,2,3|1,2,3"},
+  };
+  for (size_t i = 0; i < std::size(cases); ++i) {
+    const Case& c = cases[i];
+    const std::string path = dir_.File("remove" + std::to_string(i) + ".db");
+    MakeShop(path);
+    {
+      auto database = db::DBEngine::Default()->OpenDatabase(path);
+      database->Execute("CREATE TABLE archive (id INTEGER PRIMARY KEY, name TEXT(50))");
+      database->Execute("INSERT INTO archive SELECT id, name FROM customers");
+      database->Close();
+    }
+    auto layer = std::make_shared<DataLayer>();
+    layer->SetDatabaseByPath(path);
+    layer->GetRecordset(c.sql);
+    if (*c.alternative) layer->AlternativeSelectQueryForRemove(c.alternative);
+    layer->MoveSpecific(c.position);
+    const int32_t before = layer->RecordCount();
+    bool in_db = true;
+    EXPECT_EQ(layer->RemoveRecord(in_db), c.removed) << c.sql;
+    EXPECT_EQ(layer->RecordCount(), before - (c.removed ? 1 : 0)) << c.sql;
+    State().current_database->Close();
+    auto database = db::DBEngine::Default()->OpenDatabase(path);
+    std::string left;
+    for (const char* table : {"customers", "archive"}) {
+      auto rows = database->OpenRecordset(std::string("SELECT id FROM ") + table + " ORDER BY id");
+      std::string ids;
+      for (; !rows->EOF_(); rows->MoveNext()) ids += (ids.empty() ? "" : ",") + CStr(rows->Fields(0)->Value());
+      rows->Close();
+      left += (left.empty() ? "" : "|") + ids;
+    }
+    database->Close();
+    EXPECT_EQ(left, c.left) << c.sql;
+  }
 }
 
 TEST_F(DataLayerCore, TheLogRecordsEachSavedFieldInWindows1252) {
