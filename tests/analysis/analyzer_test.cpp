@@ -218,8 +218,18 @@ TEST_F(AnalyzerTest, CalculateFormulaSubstitutesReferencesPerRecord) {
   // The same reference twice, and the formula's own rules: 2*-3 is 0-3.
   analyzer->CalculateFormula("<Qty>+<Qty>*-1", "Total");
   EXPECT_EQ(CDbl(At(*layer, 1, "Total")), 2);
+  analyzer->CalculateFormula("<Price>*<Qty>+<ID>", "Total");  // every reference, not just the first few
+  EXPECT_EQ(CDbl(At(*layer, 1, "Total")), 31);
+  EXPECT_EQ(CDbl(At(*layer, 3, "Total")), 3);
   EXPECT_TRUE(State().error_text.empty());
   EXPECT_EQ(box_->Count(), 0u);
+
+  // A record whose formula fails leaves the next record's calculation alone.
+  auto mixed = Table("ID;A;R", {{1, "(5", 1}, {2, 4, 1}});
+  mixed->Analyzer()->CalculateFormula("<A>", "R");
+  EXPECT_EQ(CDbl(At(*mixed, 1, "R")), 0);
+  EXPECT_EQ(CDbl(At(*mixed, 2, "R")), 4);
+  EXPECT_EQ(Errors().size(), 1u);
 }
 
 TEST_F(AnalyzerTest, CalculateFormulaReportsItsProblems) {
