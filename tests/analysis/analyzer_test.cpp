@@ -145,6 +145,8 @@ TEST_F(AnalyzerTest, CalculationsRefuseUnknownNamesAndOperatorsWithTheirOwnTexts
 TEST_F(AnalyzerTest, ConstantOperandsStandOnTheirSide) {
   auto layer = Table("ID;A;R", {{1, 30, Variant()}});
   auto analyzer = layer->Analyzer();
+  analyzer->CalculateFieldAndValue1("R", "+", 5, "R");  // an Empty value reads as 0
+  EXPECT_EQ(CDbl(At(*layer, 1, "R")), 5);
   analyzer->CalculateFieldAndValue1("A", "-", 100, "R");
   EXPECT_EQ(CDbl(At(*layer, 1, "R")), -70);
   analyzer->CalculateFieldAndValue2(100, "-", "A", "R");
@@ -173,6 +175,9 @@ TEST_F(AnalyzerTest, GermanKeyboardReadsTheDecimalComma) {
   EXPECT_EQ(CDbl(At(*layer, 1, "R")), 25);
   analyzer->CalculateFieldAndValue1("A", "*", 2, "R", 99, false);
   EXPECT_EQ(CDbl(At(*layer, 1, "R")), 24);
+  analyzer->CalculateFieldAndValue1("A", "/", 0, "R", 99, true);
+  EXPECT_EQ(Errors().back(), "Analyzer.CALC: 12.5 / 0: Division by Zero is not allowed. Value set to 0");
+  layer->ErrorStatus("");
 
   // Under a decimal comma a stored number's text has the comma too.
   LocaleScope german(Locale::German());
