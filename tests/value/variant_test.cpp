@@ -342,6 +342,19 @@ TEST(Variant, CompareFollowsTheClassicRules) {
   // NaN keeps the order total instead of being equal to everything.
   EXPECT_EQ(Compare(std::nan(""), 1.0), strong_ordering::greater);
   EXPECT_TRUE(Equals(-0.0, 0.0));
+
+  // Each pair of kinds, both ways round: the reversed pair gives the reversed order.
+  const std::pair<Variant, Variant> lesser_first[] = {
+      {1, 2},          {int16_t{-3}, int16_t{4}}, {1.5, 2.5},   {"a", "b"},         {Variant(), "a"},
+      {"", "a"},       {1, 2.5},                  {2, "10"},    {Date{1.0}, Date{2.0}}, {Currency{1}, Currency{2}},
+      {true, false},   {Variant(), 1},            {int16_t{5}, 6.0}, {"1.5", 2},    {uint8_t{7}, 8},
+  };
+  for (const auto& [a, b] : lesser_first) {
+    EXPECT_EQ(Compare(a, b), strong_ordering::less) << CStr(a) << " against " << CStr(b);
+    EXPECT_EQ(Compare(b, a), strong_ordering::greater) << CStr(b) << " against " << CStr(a);
+    EXPECT_EQ(Compare(a, a), strong_ordering::equal) << CStr(a);
+    EXPECT_FALSE(Equals(a, b)) << CStr(a) << " against " << CStr(b);
+  }
 }
 
 TEST(Variant, CompareUnderGermanLocaleReadsDecimalCommas) {
