@@ -39,6 +39,12 @@ TEST(Date, DateSerialRollsOverAndWindowsTwoDigitYears) {
   EXPECT_EQ(DateSerial(2020, 1, 0).serial, DateSerial(2019, 12, 31).serial);
   EXPECT_EQ(DateSerial(2020, 0, 1).serial, DateSerial(2019, 12, 1).serial);
   EXPECT_EQ(DateSerial(2020, -11, 1).serial, DateSerial(2019, 1, 1).serial);
+  EXPECT_EQ(DateSerial(2020, -12, 1).serial, DateSerial(2018, 12, 1).serial);
+  EXPECT_EQ(DateSerial(2020, -25, 31).serial, DateSerial(2017, 12, 1).serial);
+  // Times before midnight roll back to the day before, also before 1899-12-30.
+  EXPECT_EQ(MakeDate({2020, 1, 2, -6, 0, 0}).serial, DateSerial(2020, 1, 1).serial + 0.75);
+  EXPECT_EQ(MakeDate({1899, 12, 29, -6, 0, 0}).serial, -2.75);
+  EXPECT_EQ(MakeDate({1899, 12, 29, 30, 0, 0}).serial, 0.25);
   EXPECT_EQ(DateSerial(2020, 2, 30).serial, DateSerial(2020, 3, 1).serial);
   EXPECT_EQ(DateSerial(2021, 1, -30).serial, DateSerial(2020, 12, 1).serial);
   EXPECT_EQ(DateSerial(20, 1, 1).serial, DateSerial(2020, 1, 1).serial);
