@@ -281,6 +281,7 @@ TEST_F(Filters, FullTextSearchTakesEveryWordButTheLast) {
   EXPECT_EQ(positions(layer->FullTextSearch("an", "City")), "3");
   EXPECT_EQ(positions(layer->FullTextSearch("an", "Name; City")), "1,3");
   EXPECT_EQ(positions(layer->FullTextSearch("1", "I D")), "1");
+  EXPECT_EQ(positions(layer->FullTextSearch("bern", "ID;ID;ID;ID;ID;ID;ID;ID;ID;City;Name")), "5");  // ten names
   EXPECT_EQ(layer->ErrorStatus(), "");
   EXPECT_EQ(positions(layer->FullTextSearch("an", "Street")), "");
   EXPECT_EQ(layer->ErrorStatus(), "\r\n1) FieldID: Fieldname 'Street' not found (or error: )");

@@ -129,6 +129,7 @@ TEST(Date, IsDateFollowsTheLocale) {
     EXPECT_EQ(CDate("1. M\xc3\x84RZ 2021").serial, DateSerial(2021, 3, 1).serial);
     EXPECT_EQ(CDate("31.12.20").serial, DateSerial(2020, 12, 31).serial);
     EXPECT_EQ(CDate("5.1.1850").serial, DateSerial(1850, 1, 5).serial);
+    EXPECT_EQ(CDate("100-01-05").serial, DateSerial(100, 1, 5).serial);  // a long first number is the year
   }
   {
     LocaleScope scope(Locale::English());
