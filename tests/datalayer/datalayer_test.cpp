@@ -248,6 +248,13 @@ TEST_F(DataLayerCore, NewRecordsAreInsertedWithTheirWrittenFieldsAndGetTheirKey)
   EXPECT_EQ(DbValue("SELECT city FROM customers WHERE id = 4").AsString(), "Bregenz");
   // The column nobody wrote got the database's default.
   EXPECT_EQ(CLng(DbValue("SELECT active FROM customers WHERE id = 4")), -1);
+  // A new record nobody wrote stays out of a save that writes another record.
+  layer->AddNew();
+  layer->MoveFirst();
+  layer->SetFieldValue("city", "Melk");
+  EXPECT_TRUE(layer->Save());
+  EXPECT_EQ(DbValue("SELECT COUNT(*) FROM customers").AsLong(), 4);
+  EXPECT_TRUE(layer->GetOfflineRecordset()->Records(5)->NewlyAdded);
 }
 
 TEST_F(DataLayerCore, AFailingRecordEndsTheSaveAndKeepsItsMarks) {
