@@ -71,6 +71,7 @@ class FormulaTestPeer {
   static bool RemoveEmptyParts(Formula& f) { return f.RemoveEmptyParts(); }
   static size_t FindTopPart(const Formula& f) { return f.FindTopPart(); }
   static std::string Join(const Formula& f) { return f.JoinParts(); }
+  static std::string Classify(std::string_view token) { return TypeCode(Formula::ClassifyToken(token)); }
 
  private:
   static std::string TypeCode(Formula::PartType t) {
@@ -180,6 +181,16 @@ TEST_F(FormulaC, BracketsAndFunctionsTakeTheBaseOfThePartBefore) {
                                           {"", "VL", 0},
                                           {"^", "OP", 3},
                                           {"Sqrt", "MD", 5}}));
+}
+
+TEST_F(FormulaC, ClassifierKnowsOnlyTheListedSpellings) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"1/x", "MD"},  {"+/-", "MD"}, {"Sqrt", "MD"}, {"sqrt", "MD"}, {"%", "MD"},    {"SQRT", "VL"},
+      {"Int", "FN"},  {"int", "VL"}, {"Rnd2", "FN"}, {"Rnd3", "VL"}, {"EXP", "FN"},  {"exp", "VL"},
+      {"Ln", "FN"},   {"^", "OP"},   {"-", "OP"},    {"(", "KO"},    {")", "KC"},    {"12", "VL"},
+      {"", "VL"},     {"Var1", "VL"}, {"Pi", "VL"},  {"1/y", "VL"},
+  };
+  for (const auto& [token, type] : cases) EXPECT_EQ(FormulaTestPeer::Classify(token), type) << token;
 }
 
 TEST_F(FormulaC, EqualOperatorsApplyLeftToRight) {

@@ -177,6 +177,16 @@ TEST_F(DataLayerCore, FieldLookupRulesDifferBetweenFieldIDAndValueAccess) {
   layer->MoveLast();
   EXPECT_EQ(layer->FieldValue("balance").AsString(), "");
   EXPECT_TRUE(layer->FieldObject("balance")->varValue.IsNull());
+  // With every record gone only the query's own names are found.
+  bool offline = false;
+  for (int32_t left = layer->RecordCount(); left > 0; --left) {
+    layer->MoveFirst();
+    ASSERT_TRUE(layer->RemoveRecord(offline));
+  }
+  layer->ErrorStatus("");
+  EXPECT_EQ(layer->FieldID("name"), 2);
+  EXPECT_EQ(layer->FieldID("nothing"), 0);
+  EXPECT_EQ(layer->ErrorStatus(), "\r\n1) No Records set!");
 }
 
 TEST_F(DataLayerCore, SetFieldValueMarksFieldRecordAndObject) {

@@ -267,6 +267,9 @@ TEST(Variant, NumberTextsReadTheirSignsSeparatorsAndExponents) {
         {",1", std::nullopt}, {"1 000", std::nullopt}, {"&HFFFFFFFF", -1.0}, {"&H", std::nullopt},
     };
     for (const Case& c : cases) EXPECT_EQ(ParseNumber(c.text), c.parsed) << c.text;
+    // A tiny number written with many zeros is 0, not an overflow.
+    EXPECT_EQ(ParseNumber("0." + std::string(400, '0') + "1e5"), 0.0);
+    EXPECT_EQ(ParseNumber(std::string(400, '0') + "1e-400"), 0.0);
   }
   {
     LocaleScope scope(Locale::German());
