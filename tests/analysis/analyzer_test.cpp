@@ -4,9 +4,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <memory>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "analysis/analyzer_internal.h"
@@ -122,11 +124,31 @@ TEST_F(AnalyzerTest, CalculationsRefuseUnknownNamesAndOperatorsWithTheirOwnTexts
                           "FieldID: Fieldname 'Nope' not found (or error: )",
                           "Analyzer.CalculateFields: Sourcefields or target field is not reckognized"}));
   EXPECT_EQ(CDbl(At(*layer, 1, "R")), 1);
+
+  // Any one unknown name, in any position, refuses the whole calculation.
+  const std::string fields = "Analyzer.CalculateFields: Sourcefields or target field is not reckognized";
+  const std::string value1 = "Analyzer.CalculateFieldAndValue1: Sourcefields or target field is not reckognized";
+  const std::vector<std::pair<std::function<void()>, std::string>> unknown = {
+      {[&] { analyzer->CalculateFields("Nope", "+", "A", "R"); }, fields},
+      {[&] { analyzer->CalculateFields("A", "+", "Nope", "R"); }, fields},
+      {[&] { analyzer->CalculateFields("A", "+", "A", "Nope"); }, fields},
+      {[&] { analyzer->CalculateFieldAndValue1("A", "+", 2, "Nope"); }, value1},
+      {[&] { analyzer->CalculateFieldAndValue2(2, "+", "Nope", "R"); }, fields},
+  };
+  for (size_t i = 0; i < unknown.size(); ++i) {
+    layer->ErrorStatus("");
+    unknown[i].first();
+    ASSERT_FALSE(Errors().empty()) << i;
+    EXPECT_EQ(Errors().back(), unknown[i].second) << i;
+    EXPECT_EQ(CDbl(At(*layer, 1, "R")), 1) << i;
+  }
 }
 
 TEST_F(AnalyzerTest, ConstantOperandsStandOnTheirSide) {
   auto layer = Table("ID;A;R", {{1, 30, Variant()}});
   auto analyzer = layer->Analyzer();
+  analyzer->CalculateFieldAndValue1("R", "+", 5, "R");  // an Empty value reads as 0
+  EXPECT_EQ(CDbl(At(*layer, 1, "R")), 5);
   analyzer->CalculateFieldAndValue1("A", "-", 100, "R");
   EXPECT_EQ(CDbl(At(*layer, 1, "R")), -70);
   analyzer->CalculateFieldAndValue2(100, "-", "A", "R");
@@ -155,6 +177,9 @@ TEST_F(AnalyzerTest, GermanKeyboardReadsTheDecimalComma) {
   EXPECT_EQ(CDbl(At(*layer, 1, "R")), 25);
   analyzer->CalculateFieldAndValue1("A", "*", 2, "R", 99, false);
   EXPECT_EQ(CDbl(At(*layer, 1, "R")), 24);
+  analyzer->CalculateFieldAndValue1("A", "/", 0, "R", 99, true);
+  EXPECT_EQ(Errors().back(), "Analyzer.CALC: 12.5 / 0: Division by Zero is not allowed. Value set to 0");
+  layer->ErrorStatus("");
 
   // Under a decimal comma a stored number's text has the comma too.
   LocaleScope german(Locale::German());
@@ -200,8 +225,18 @@ TEST_F(AnalyzerTest, CalculateFormulaSubstitutesReferencesPerRecord) {
   // The same reference twice, and the formula's own rules: 2*-3 is 0-3.
   analyzer->CalculateFormula("<Qty>+<Qty>*-1", "Total");
   EXPECT_EQ(CDbl(At(*layer, 1, "Total")), 2);
+  analyzer->CalculateFormula("<Price>*<Qty>+<ID>", "Total");  // every reference, not just the first few
+  EXPECT_EQ(CDbl(At(*layer, 1, "Total")), 31);
+  EXPECT_EQ(CDbl(At(*layer, 3, "Total")), 3);
   EXPECT_TRUE(State().error_text.empty());
   EXPECT_EQ(box_->Count(), 0u);
+
+  // A record whose formula fails leaves the next record's calculation alone.
+  auto mixed = Table("ID;A;R", {{1, "(5", 1}, {2, 4, 1}});
+  mixed->Analyzer()->CalculateFormula("<A>", "R");
+  EXPECT_EQ(CDbl(At(*mixed, 1, "R")), 0);
+  EXPECT_EQ(CDbl(At(*mixed, 2, "R")), 4);
+  EXPECT_EQ(Errors().size(), 1u);
 }
 
 TEST_F(AnalyzerTest, CalculateFormulaReportsItsProblems) {
@@ -286,8 +321,31 @@ TEST_F(AnalyzerTest, FillIfNumericCompareReadsTheCommaAsPoint) {
   EXPECT_TRUE(At(*layer, 2, "R").IsEmpty());  // the else value given as Empty is stored
 }
 
+TEST_F(AnalyzerTest, FillIfOperatorsHoldExactlyOnTheirSideOfEquality) {
+  // Numbers, equal numbers, texts of numbers whose text order differs from their value order, a comma.
+  auto layer = Table("ID;A;B;R", {{1, 5, 3, ""}, {2, 3, 3, ""}, {3, 1, 3, ""}, {4, "10", "9", ""}, {5, "2,5", "2.5", ""}});
+  auto analyzer = layer->Analyzer();
+  struct Case {
+    const char* op;
+    bool numeric;
+    const char* filled;
+  };
+  const Case cases[] = {
+      {"=", false, "n,y,n,n,n"},  {">", false, "y,n,n,n,n"}, {"<", false, "n,n,y,y,y"},
+      {"<>", false, "y,n,y,y,y"}, {"=", true, "n,y,n,n,y"},  {">", true, "y,n,n,y,n"},
+      {"<", true, "n,n,y,n,n"},   {"<>", true, "y,n,y,y,n"}, {">=", true, "n,n,n,n,n"},
+      {"=>", false, "n,n,n,n,n"},
+  };
+  for (const Case& c : cases) {
+    analyzer->FillIf("A", c.op, "B", "R", "y", Variant("n"), c.numeric);
+    std::string filled;
+    for (int32_t i = 1; i <= layer->RecordCount(); ++i) filled += (i > 1 ? "," : "") + CStr(At(*layer, i, "R"));
+    EXPECT_EQ(filled, c.filled) << c.op << (c.numeric ? " numeric" : " as values");
+  }
+}
+
 TEST_F(AnalyzerTest, ReplaceFieldMatchesTrimmedTextsAndPartsInExactCase) {
-  auto layer = Table("ID;A", {{1, " Apple "}, {2, "apple pie"}, {3, "Pineapple"}, {4, 12}});
+  auto layer = Table("ID;A", {{1, " Apple "}, {2, "apple pie"}, {3, "Pineapple"}, {4, 12}, {5, 7}});
   auto analyzer = layer->Analyzer();
   bool string_compare = false;
   analyzer->ReplaceField("A", "APPLE", "Pear", string_compare, false, false);
@@ -312,6 +370,15 @@ TEST_F(AnalyzerTest, ReplaceFieldMatchesTrimmedTextsAndPartsInExactCase) {
   EXPECT_TRUE(At(*layer, 4, "A").IsString());
   EXPECT_EQ(CStr(At(*layer, 4, "A")), "13");
   EXPECT_TRUE(State().error_text.empty());
+
+  by_value = false;
+  analyzer->ReplaceField("A", "pie", "tart", by_value, false, true);
+  EXPECT_TRUE(by_value);  // PartOnly turns StringCompare on too
+  EXPECT_EQ(CStr(At(*layer, 2, "A")), "pear tart");
+  analyzer->ReplaceField("A", " Pear ", "Plum", string_compare, true, false);
+  EXPECT_EQ(CStr(At(*layer, 1, "A")), "Plum");  // the source is trimmed too
+  analyzer->ReplaceField("A", "", "z", string_compare, false, true);
+  EXPECT_EQ(At(*layer, 5, "A").Type(), VarType::Long);  // an empty part is found nowhere: no rewrite
 
   analyzer->ReplaceField("Nope", 1, 2, by_value, false, false);
   EXPECT_EQ(Errors().back(), "Analyzer.ReplaceField 91: Object variable or With block variable not set");

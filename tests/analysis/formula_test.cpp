@@ -72,6 +72,7 @@ class FormulaTestPeer {
   static bool RemoveEmptyParts(Formula& f) { return f.RemoveEmptyParts(); }
   static size_t FindTopPart(const Formula& f) { return f.FindTopPart(); }
   static std::string Join(const Formula& f) { return f.JoinParts(); }
+  static std::string Classify(std::string_view token) { return TypeCode(Formula::ClassifyToken(token)); }
 
  private:
   static std::string TypeCode(Formula::PartType t) {
@@ -181,6 +182,16 @@ TEST_F(FormulaC, BracketsAndFunctionsTakeTheBaseOfThePartBefore) {
                                           {"", "VL", 0},
                                           {"^", "OP", 3},
                                           {"Sqrt", "MD", 5}}));
+}
+
+TEST_F(FormulaC, ClassifierKnowsOnlyTheListedSpellings) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"1/x", "MD"},  {"+/-", "MD"}, {"Sqrt", "MD"}, {"sqrt", "MD"}, {"%", "MD"},    {"SQRT", "VL"},
+      {"Int", "FN"},  {"int", "VL"}, {"Rnd2", "FN"}, {"Rnd3", "VL"}, {"EXP", "FN"},  {"exp", "VL"},
+      {"Ln", "FN"},   {"^", "OP"},   {"-", "OP"},    {"(", "KO"},    {")", "KC"},    {"12", "VL"},
+      {"", "VL"},     {"Var1", "VL"}, {"Pi", "VL"},  {"1/y", "VL"},
+  };
+  for (const auto& [token, type] : cases) EXPECT_EQ(FormulaTestPeer::Classify(token), type) << token;
 }
 
 TEST_F(FormulaC, EqualOperatorsApplyLeftToRight) {
@@ -310,6 +321,11 @@ TEST_F(FormulaC, EvaluatePartFollowsEachType) {
   FormulaTestPeer::SetParts(f, {{"2", "VL", 0}, {"*", "OP", 2}, {"(", "KO", 0}, {"3", "VL", 10}, {")", "KC", 0}});
   EXPECT_EQ(FormulaTestPeer::Evaluate(f, 2), "");
   EXPECT_EQ(std::get<2>(FormulaTestPeer::Rows(f)[1]), 1);
+  FormulaTestPeer::SetParts(f, {{"(", "KO", 0}, {"3", "VL", 10}, {")", "KC", 0}, {"*", "OP", 2}, {"2", "VL", 0}});
+  EXPECT_EQ(FormulaTestPeer::Evaluate(f, 4), "");
+  EXPECT_EQ(FormulaTestPeer::Join(f), "(3)*2");
+  EXPECT_EQ(std::get<2>(FormulaTestPeer::Rows(f)[3]), 1);
+  FormulaTestPeer::SetParts(f, {{"2", "VL", 0}, {"*", "OP", 2}, {"(", "KO", 0}, {"3", "VL", 10}, {")", "KC", 0}});
   // A value inside a bracket pair drops the pair, unless a function owns it.
   EXPECT_EQ(FormulaTestPeer::Evaluate(f, 4), "");
   FormulaTestPeer::RemoveEmptyParts(f);

@@ -1,4 +1,9 @@
 #include <cmath>
+#include <functional>
+#include <iterator>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "datalayer/datalayer_fixture.h"
 #include "support/forwarding_database.h"
@@ -129,18 +134,36 @@ TEST_F(DataLayerCore, AnEmptyResultIsNotLoadedAndDropsNotLoadedMessages) {
   EXPECT_EQ(never.ErrorStatus(), "\r\n1) Recordset not Loaded!");
 }
 
-TEST_F(DataLayerCore, CursorClampsAtBothEnds) {
+TEST_F(DataLayerCore, CursorMovesOneStepAndClampsAtBothEnds) {
   auto layer = Loaded();
-  layer->MovePrevious();
-  EXPECT_EQ(layer->ActualPosition(), 1);
-  layer->MoveLast();
-  layer->MoveNext();
-  EXPECT_EQ(layer->ActualPosition(), 3);
-  layer->MoveSpecific(0);
-  EXPECT_EQ(layer->ActualPosition(), 1);
-  layer->MoveSpecific(99);
-  EXPECT_EQ(layer->ActualPosition(), 3);
-  EXPECT_EQ(layer->FieldValue("name").AsString(), "Clara");
+  // Each move, then where the cursor stands and which record it reads.
+  const std::vector<std::pair<std::function<void()>, int32_t>> steps = {
+      {[&] { layer->MovePrevious(); }, 1}, {[&] { layer->MoveNext(); }, 2},
+      {[&] { layer->MoveNext(); }, 3},     {[&] { layer->MoveNext(); }, 3},
+      {[&] { layer->MovePrevious(); }, 2}, {[&] { layer->MovePrevious(); }, 1},
+      {[&] { layer->MoveLast(); }, 3},     {[&] { layer->MoveFirst(); }, 1},
+      {[&] { layer->MoveSpecific(2); }, 2}, {[&] { layer->MoveSpecific(0); }, 1},
+      {[&] { layer->MoveSpecific(-7); }, 1}, {[&] { layer->MoveSpecific(3); }, 3},
+      {[&] { layer->MoveSpecific(4); }, 3}, {[&] { layer->MoveSpecific(99); }, 3},
+  };
+  const char* names[] = {"", "Anna", "Bernd", "Clara"};
+  for (size_t i = 0; i < steps.size(); ++i) {
+    steps[i].first();
+    EXPECT_EQ(layer->ActualPosition(), steps[i].second) << "step " << i;
+    EXPECT_EQ(layer->FieldValue("name").AsString(), names[steps[i].second]) << "step " << i;
+  }
+  EXPECT_EQ(layer->ErrorStatus(), "");
+
+  // With no records MoveSpecific has nothing to clamp to: the cursor ends at 0.
+  DataLayer empty;
+  empty.MoveSpecific(5);
+  EXPECT_EQ(empty.ActualPosition(), 0);
+  for (auto move : {&DataLayer::MoveFirst, &DataLayer::MoveLast, &DataLayer::MoveNext, &DataLayer::MovePrevious}) {
+    (empty.*move)();
+    EXPECT_EQ(empty.ActualPosition(), 0);
+  }
+  EXPECT_EQ(empty.ErrorStatus(), "\r\n1) Recordset not Loaded!\r\n2) Recordset not Loaded!"
+                                 "\r\n3) Recordset not Loaded!\r\n4) Recordset not Loaded!");
 }
 
 TEST_F(DataLayerCore, FieldLookupRulesDifferBetweenFieldIDAndValueAccess) {
@@ -152,10 +175,24 @@ TEST_F(DataLayerCore, FieldLookupRulesDifferBetweenFieldIDAndValueAccess) {
   EXPECT_EQ(layer->ErrorStatus(), "");
   EXPECT_EQ(layer->FieldID("nothing"), 0);
   EXPECT_EQ(layer->ErrorStatus(), "\r\n1) FieldID: Fieldname 'nothing' not found (or error: )");
+  // Blanks around a field's own name do not count either.
+  layer->FieldObject("city")->Description = "  city  ";
+  EXPECT_EQ(layer->FieldValue("CITY").AsString(), "Wien");
+  EXPECT_EQ(layer->FieldObject("city ")->Description, "  city  ");
   // Null reads as the empty text; varValue keeps it.
   layer->MoveLast();
   EXPECT_EQ(layer->FieldValue("balance").AsString(), "");
   EXPECT_TRUE(layer->FieldObject("balance")->varValue.IsNull());
+  // With every record gone only the query's own names are found.
+  bool offline = false;
+  for (int32_t left = layer->RecordCount(); left > 0; --left) {
+    layer->MoveFirst();
+    ASSERT_TRUE(layer->RemoveRecord(offline));
+  }
+  layer->ErrorStatus("");
+  EXPECT_EQ(layer->FieldID("name"), 2);
+  EXPECT_EQ(layer->FieldID("nothing"), 0);
+  EXPECT_EQ(layer->ErrorStatus(), "\r\n1) No Records set!");
 }
 
 TEST_F(DataLayerCore, SetFieldValueMarksFieldRecordAndObject) {
@@ -207,6 +244,8 @@ TEST_P(DataLayerSave, SaveWritesOnlyMarkedFieldsAndClearsTheMarks) {
   EXPECT_TRUE(layer->Save());
   EXPECT_FALSE(layer->DataChanged());
   EXPECT_FALSE(layer->GetOfflineRecordset()->Records(2)->HasChanged);
+  EXPECT_FALSE(layer->FieldObject("city")->HasChanged);
+  EXPECT_FALSE(layer->FieldObject("balance")->HasChanged);
   EXPECT_EQ(DbValue("SELECT city FROM customers WHERE id = 2").AsString(), "Salzburg");
   EXPECT_DOUBLE_EQ(CDbl(DbValue("SELECT balance FROM customers WHERE id = 2")), 99.25);
   EXPECT_EQ(DbValue("SELECT city FROM customers WHERE id = 1").AsString(), "Wien");
@@ -226,6 +265,13 @@ TEST_P(DataLayerSave, NewRecordsAreInsertedWithTheirWrittenFieldsAndGetTheirKey)
   EXPECT_EQ(DbValue("SELECT city FROM customers WHERE id = 4").AsString(), "Bregenz");
   // The column nobody wrote got the database's default.
   EXPECT_TRUE(DbValue("SELECT active FROM customers WHERE id = 4").IsNull());
+  // A new record nobody wrote stays out of a save that writes another record.
+  layer->AddNew();
+  layer->MoveFirst();
+  layer->SetFieldValue("city", "Melk");
+  EXPECT_TRUE(layer->Save());
+  EXPECT_EQ(DbValue("SELECT COUNT(*) FROM customers").AsLong(), 4);
+  EXPECT_TRUE(layer->GetOfflineRecordset()->Records(5)->NewlyAdded);
 }
 
 TEST_P(DataLayerSave, AFailingRecordEndsTheSaveAndKeepsItsMarks) {
@@ -378,6 +424,87 @@ TEST_P(DataLayerSave, ATableJoinedWithItselfIsReadOnly) {
   EXPECT_EQ(DbValue("SELECT COUNT(*) FROM customers WHERE city = 'EDITED'").AsLong(), 0);
 }
 
+TEST_F(DataLayerCore, FailedInsertsAndCommitsReturnFalseAndKeepEveryMark) {
+  {
+    auto database = db::DBEngine::Default()->OpenDatabase(db_path_);
+    database->Execute(
+        "CREATE TABLE orders (id INTEGER PRIMARY KEY AUTOINCREMENT, customer INTEGER REFERENCES customers(id) "
+        "DEFERRABLE INITIALLY DEFERRED, amount INTEGER CHECK (amount >= 0))");
+    database->Execute("INSERT INTO orders (customer, amount) VALUES (1, 5), (2, 7)");
+    database->Close();
+  }
+  auto layer = Loaded("SELECT * FROM orders ORDER BY id");
+  State().current_database->Execute("PRAGMA foreign_keys = ON");
+  auto records = layer->GetOfflineRecordset();
+
+  // An insert the database refuses.
+  layer->AddNew();
+  layer->SetFieldValue("amount", -1);
+  EXPECT_FALSE(layer->Save());
+  EXPECT_NE(layer->ErrorStatus().find("1) Save: "), std::string::npos);
+  EXPECT_TRUE(layer->DataChanged());
+  EXPECT_TRUE(records->Records(3)->NewlyAdded);
+  EXPECT_TRUE(records->Records(3)->HasChanged);
+  EXPECT_TRUE(layer->FieldObject("amount")->HasChanged);
+  EXPECT_EQ(DbValue("SELECT COUNT(*) FROM orders").AsLong(), 2);
+  bool offline = false;
+  EXPECT_TRUE(layer->RemoveRecord(offline));
+
+  // A commit the database refuses (the deferred key check): nothing was written, so nothing is unmarked,
+  // not even the record that was fine on its own.
+  layer->ErrorStatus("");
+  layer->MoveSpecific(1);
+  layer->SetFieldValue("amount", 50);
+  layer->MoveSpecific(2);
+  layer->SetFieldValue("customer", 99);
+  EXPECT_FALSE(layer->Save());
+  EXPECT_NE(layer->ErrorStatus().find("1) Save: "), std::string::npos);
+  EXPECT_TRUE(layer->DataChanged());
+  for (int32_t i : {1, 2}) EXPECT_TRUE(records->Records(i)->HasChanged) << i;
+  layer->MoveSpecific(1);
+  EXPECT_TRUE(layer->FieldObject("amount")->HasChanged);
+  EXPECT_EQ(DbValue("SELECT amount FROM orders WHERE id = 1").AsLong(), 5);
+  EXPECT_EQ(DbValue("SELECT customer FROM orders WHERE id = 2").AsLong(), 2);
+
+  // Once the bad value is mended the same marks carry both records.
+  layer->MoveSpecific(2);
+  layer->SetFieldValue("customer", 3);
+  EXPECT_TRUE(layer->Save());
+  EXPECT_FALSE(layer->DataChanged());
+  EXPECT_EQ(DbValue("SELECT amount FROM orders WHERE id = 1").AsLong(), 50);
+  EXPECT_EQ(DbValue("SELECT customer FROM orders WHERE id = 2").AsLong(), 3);
+
+  // Without an open database nothing can be written.
+  layer->SetFieldValue("amount", 60);
+  State().current_database->Close();
+  EXPECT_FALSE(layer->Save());
+  EXPECT_TRUE(layer->DataChanged());
+  EXPECT_TRUE(records->Records(2)->HasChanged);
+  EXPECT_NE(layer->ErrorStatus().find("Save: no database is bound"), std::string::npos);
+}
+
+TEST_F(DataLayerCore, AFailedRemoveReturnsFalseAndKeepsTheRecord) {
+  auto layer = Loaded();
+  bool in_db = true;
+  layer->MoveSpecific(2);
+  layer->FieldObject("id")->Value(77);  // no such row
+  EXPECT_FALSE(layer->RemoveRecord(in_db));
+  layer->MoveSpecific(3);
+  layer->FieldObject("id")->Value("three");  // no number
+  EXPECT_FALSE(layer->RemoveRecord(in_db));
+  EXPECT_EQ(layer->RecordCount(), 3);
+  EXPECT_EQ(layer->ActualPosition(), 3);
+  EXPECT_EQ(DbValue("SELECT COUNT(*) FROM customers").AsLong(), 3);
+  const std::string errors = layer->ErrorStatus();
+  EXPECT_EQ(errors.find("\r\n1) RemoveRecord: "), 0u) << errors;
+  EXPECT_NE(errors.find("\r\n2) RemoveRecord: "), std::string::npos) << errors;
+
+  DataLayer empty;
+  bool offline = false;
+  EXPECT_FALSE(empty.RemoveRecord(offline));
+  EXPECT_EQ(empty.RecordCount(), 0);
+}
+
 TEST_P(DataLayerSave, RealtimeSaveWritesEachFieldAtOnce) {
   auto layer = Bound();
   bool realtime = true;
@@ -387,6 +514,36 @@ TEST_P(DataLayerSave, RealtimeSaveWritesEachFieldAtOnce) {
   EXPECT_EQ(DbValue("SELECT city FROM customers WHERE id = 1").AsString(), "Krems");
   layer->SetFieldValue("", "Steyr", 3);  // by position: no save
   EXPECT_TRUE(layer->DataChanged());
+  // A new record waits for the next Save, even when written by name.
+  ASSERT_TRUE(layer->Save());
+  layer->AddNew();
+  layer->SetFieldValue("name", "Dora");
+  EXPECT_TRUE(layer->DataChanged());
+  EXPECT_EQ(DbValue("SELECT COUNT(*) FROM customers").AsLong(), 3);
+  ASSERT_TRUE(layer->Save());
+  EXPECT_EQ(DbValue("SELECT name FROM customers WHERE id = 4").AsString(), "Dora");
+}
+
+TEST_F(DataLayerCore, ReadingAFieldPutsACursorAtZeroOnTheFirstRecord) {
+  auto records = std::make_shared<clsOfflineRecordset>();
+  records->Add(2);
+  records->FieldDim(1, "name");
+  records->Records(1)->Fields(1)->Value("first");
+  records->Records(2)->Fields(1)->Value("second");
+  records->Tag = "AllowAttach";
+  const std::vector<std::pair<std::function<void(DataLayer&)>, std::string>> reads = {
+      {[](DataLayer& layer) { EXPECT_EQ(layer.FieldID("name"), 1); }, "FieldID"},
+      {[](DataLayer& layer) { EXPECT_EQ(layer.FieldValue("name").AsString(), "first"); }, "FieldValue"},
+      {[](DataLayer& layer) { EXPECT_EQ(CStr(layer.FieldObject("NAME")->Value()), "first"); }, "FieldObject"},
+  };
+  for (const auto& [read, what] : reads) {
+    DataLayer layer;
+    layer.AttachOfflineRecordset(records, "q", Variant(true));
+    ASSERT_EQ(layer.ActualPosition(), 0) << what;
+    read(layer);
+    EXPECT_EQ(layer.ActualPosition(), 1) << what;
+  }
+  EXPECT_EQ(DataLayer().ErrorStatus(), "");
 }
 
 TEST_P(DataLayerSave, RemoveRecordDeletesThroughTheLoadedQueryAndLogs) {
@@ -471,6 +628,56 @@ TEST_P(DataLayerSave, AValueTheColumnCannotHoldFailsItsRecordByName) {
 
 INSTANTIATE_TEST_SUITE_P(Backends, DataLayerSave, ::testing::ValuesIn(db::test::WritableContexts()),
                          db::test::ContextTestName);
+
+TEST_F(DataLayerCore, RemoveRecordBuildsItsDeleteFromTheLoadedOrAlternativeQuery) {
+  struct Case {
+    const char* sql;
+    const char* alternative;
+    int32_t position;
+    bool removed;
+    const char* left;  // ids left in customers, then in archive
+  };
+  const Case cases[] = {
+      {"SELECT * FROM customers WHERE active = 1;", "", 2, true, "1,2|1,2,3"},
+      {"SELECT * FROM customers ORDER BY name DESC", "", 1, true, "1,2|1,2,3"},
+      {"SELECT * FROM customers WHERE city <> 'x' ORDER BY name;", "", 2, true, "1,3|1,2,3"},
+      {"SELECT * FROM customers ORDER BY id", "SELECT * FROM archive;", 2, true, "1,2,3|1,3"},
+      // The cut before "order" also takes the character in front of it, whatever it is.
+      {"SELECT * FROM customers WHERE id IN (1, 2, 3)ORDER BY id", "", 1, false, "1,2,3|1,2,3"},
+  };
+  for (size_t i = 0; i < std::size(cases); ++i) {
+    const Case& c = cases[i];
+    const std::string path = dir_.File("remove" + std::to_string(i) + ".db");
+    {
+      auto database = db::DBEngine::Default()->CreateDatabase(path);
+      MakeShop(*database);
+      database->Execute("CREATE TABLE archive (id INTEGER PRIMARY KEY, name TEXT(50))");
+      database->Execute("INSERT INTO archive SELECT id, name FROM customers");
+      database->Close();
+    }
+    auto layer = std::make_shared<DataLayer>();
+    layer->SetDatabaseByPath(path);
+    layer->GetRecordset(c.sql);
+    if (*c.alternative) layer->AlternativeSelectQueryForRemove(c.alternative);
+    layer->MoveSpecific(c.position);
+    const int32_t before = layer->RecordCount();
+    bool in_db = true;
+    EXPECT_EQ(layer->RemoveRecord(in_db), c.removed) << c.sql;
+    EXPECT_EQ(layer->RecordCount(), before - (c.removed ? 1 : 0)) << c.sql;
+    State().current_database->Close();
+    auto database = db::DBEngine::Default()->OpenDatabase(path);
+    std::string left;
+    for (const char* table : {"customers", "archive"}) {
+      auto rows = database->OpenRecordset(std::string("SELECT id FROM ") + table + " ORDER BY id");
+      std::string ids;
+      for (; !rows->EOF_(); rows->MoveNext()) ids += (ids.empty() ? "" : ",") + CStr(rows->Fields(0)->Value());
+      rows->Close();
+      left += (left.empty() ? "" : "|") + ids;
+    }
+    database->Close();
+    EXPECT_EQ(left, c.left) << c.sql;
+  }
+}
 
 TEST_F(DataLayerCore, TheLogRecordsEachSavedFieldInWindows1252) {
   auto layer = Loaded();

@@ -165,6 +165,18 @@ TEST_F(Filters, DeleteFilterIgnoresWhatHappensToRecordsAndFieldsWhileFiltered) {
     EXPECT_EQ(restored->Records(i)->FieldCounter(), restored->Records(i)->FieldCount()) << i;
   }
   EXPECT_EQ(restored->Records(5)->FieldCount(), 2);
+
+  // A field marked while filtered comes back unmarked beside one marked before.
+  auto marks = Table({{1, "a", 50}, {2, "b", 100}});
+  marks->MoveSpecific(2);
+  marks->SetFieldValue("Name", "B");
+  marks->Filter("ID", ">", 2, false);
+  marks->SetFieldValue("Amount", 7);
+  marks->DeleteFilter();
+  marks->MoveSpecific(2);
+  EXPECT_TRUE(marks->FieldObject("Name")->HasChanged);
+  EXPECT_FALSE(marks->FieldObject("Amount")->HasChanged);
+  EXPECT_EQ(CLng(marks->FieldValue("Amount")), 100);
 }
 
 TEST_F(Filters, OddStartsAndFailuresChangeNothingOrLeaveSilently) {
@@ -271,6 +283,7 @@ TEST_F(Filters, FullTextSearchTakesEveryWordButTheLast) {
   EXPECT_EQ(positions(layer->FullTextSearch("an", "City")), "3");
   EXPECT_EQ(positions(layer->FullTextSearch("an", "Name; City")), "1,3");
   EXPECT_EQ(positions(layer->FullTextSearch("1", "I D")), "1");
+  EXPECT_EQ(positions(layer->FullTextSearch("bern", "ID;ID;ID;ID;ID;ID;ID;ID;ID;City;Name")), "5");  // ten names
   EXPECT_EQ(layer->ErrorStatus(), "");
   EXPECT_EQ(positions(layer->FullTextSearch("an", "Street")), "");
   EXPECT_EQ(layer->ErrorStatus(), "\r\n1) FieldID: Fieldname 'Street' not found (or error: )");

@@ -61,15 +61,26 @@ TEST(OfflineRecordset, RecordCountIsKeptApartFromTheCollection) {
   rs->OverwriteRecordCollection(nullptr);
   EXPECT_EQ(rs->RecordCollection()->Count(), 0);
   EXPECT_EQ(rs->RecordCount(), 0);
+  // A collection somebody else still holds keeps its records when the recordset lets go of it.
+  ASSERT_EQ(replacement->Count(), 1);
+  EXPECT_EQ(CStr(replacement->Item(1)->Fields(1)->Value()), "b");
+  {
+    auto held = OneFieldRecordset({"x", "y"})->RecordCollection();  // the recordset is gone at once
+    ASSERT_EQ(held->Count(), 2);
+    EXPECT_EQ(CStr(held->Item(2)->Fields(1)->Value()), "y");
+  }
 
   auto owner = std::make_shared<Object>();
   rs = OneFieldRecordset({"a"});
   rs->Tag = "AllowAttach";
   rs->Parent = owner;
   rs->RecordsetIsReadOnly = true;
+  auto before = rs->RecordCollection();
   rs->Destroy();
   EXPECT_EQ(rs->RecordCount(), 0);
   EXPECT_EQ(rs->RecordCollection()->Count(), 0);
+  ASSERT_EQ(before->Count(), 1);
+  EXPECT_EQ(CStr(before->Item(1)->Fields(1)->Value()), "a");
   EXPECT_EQ(rs->Tag, "AllowAttach");
   EXPECT_EQ(rs->Parent.lock(), owner);
   EXPECT_TRUE(rs->RecordsetIsReadOnly);

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <optional>
+#include <string_view>
 #include <thread>
 
 #include "support/error_of.h"
@@ -39,6 +41,12 @@ TEST(Date, DateSerialRollsOverAndWindowsTwoDigitYears) {
   EXPECT_EQ(DateSerial(2020, 1, 0).serial, DateSerial(2019, 12, 31).serial);
   EXPECT_EQ(DateSerial(2020, 0, 1).serial, DateSerial(2019, 12, 1).serial);
   EXPECT_EQ(DateSerial(2020, -11, 1).serial, DateSerial(2019, 1, 1).serial);
+  EXPECT_EQ(DateSerial(2020, -12, 1).serial, DateSerial(2018, 12, 1).serial);
+  EXPECT_EQ(DateSerial(2020, -25, 31).serial, DateSerial(2017, 12, 1).serial);
+  // Times before midnight roll back to the day before, also before 1899-12-30.
+  EXPECT_EQ(MakeDate({2020, 1, 2, -6, 0, 0}).serial, DateSerial(2020, 1, 1).serial + 0.75);
+  EXPECT_EQ(MakeDate({1899, 12, 29, -6, 0, 0}).serial, -2.75);
+  EXPECT_EQ(MakeDate({1899, 12, 29, 30, 0, 0}).serial, 0.25);
   EXPECT_EQ(DateSerial(2020, 2, 30).serial, DateSerial(2020, 3, 1).serial);
   EXPECT_EQ(DateSerial(2021, 1, -30).serial, DateSerial(2020, 12, 1).serial);
   EXPECT_EQ(DateSerial(20, 1, 1).serial, DateSerial(2020, 1, 1).serial);
@@ -123,12 +131,70 @@ TEST(Date, IsDateFollowsTheLocale) {
     EXPECT_EQ(CDate("1. M\xc3\x84RZ 2021").serial, DateSerial(2021, 3, 1).serial);
     EXPECT_EQ(CDate("31.12.20").serial, DateSerial(2020, 12, 31).serial);
     EXPECT_EQ(CDate("5.1.1850").serial, DateSerial(1850, 1, 5).serial);
+    EXPECT_EQ(CDate("100-01-05").serial, DateSerial(100, 1, 5).serial);  // a long first number is the year
   }
   {
     LocaleScope scope(Locale::English());
     EXPECT_TRUE(IsDate("12/31/2020"));
     EXPECT_FALSE(IsDate("31/12/2020"));
     EXPECT_EQ(CDate("1/5/2020").serial, DateSerial(2020, 1, 5).serial);
+  }
+}
+
+// ParseDate is handed the first `length` bytes of a longer text; what follows must not count.
+TEST(Date, DateScansStopAtTheEndOfTheirTextAndCheckEachBoundary) {
+  LocaleScope scope(Locale::C());
+  const double day = DateSerial(2020, 12, 31).serial;
+  const double none = -1e9;  // no date
+  struct Case {
+    const char* text;
+    size_t length;
+    double serial;
+  };
+  const Case cases[] = {
+      {"2020-12-315", 10, day},
+      {"2020-12-31 13:45:30", 16, day + TimeSerial(13, 45, 0)},
+      {"2020-12-31 13:45:309", 19, day + TimeSerial(13, 45, 30)},
+      {"2020-12-31 23:59:59.2505", 23, day + (86399 + 0.25) / 86400.0},
+      {"31 Dec 20201", 11, day},
+      {"Dec 31, 20201", 12, day},
+      {"12:59", 4, TimeSerial(12, 5, 0)},
+      {"1:45 PM", 6, none},
+      {"2020-12-31T", 11, none},
+      // Each field at and just past its limit; the separators must agree.
+      {"2020-12-31 23:59:59", 19, day + TimeSerial(23, 59, 59)},
+      {"00:00", 5, 0.0},
+      {"12 AM", 5, 0.0},
+      {"12 PM", 5, 0.5},
+      {"11:59 PM", 8, TimeSerial(23, 59, 0)},
+      {"0 AM", 4, none},
+      {"2020-12-31 24:00", 16, none},
+      {"2020-12-31 23:60", 16, none},
+      {"2020-12-31 23:59:60", 19, none},
+      {"2020-04-30", 10, DateSerial(2020, 4, 30).serial},
+      {"2020-04-31", 10, none},
+      {"2000-02-29", 10, DateSerial(2000, 2, 29).serial},
+      {"1900-02-29", 10, none},
+      {"2100-02-29", 10, none},
+      {"2020-00-10", 10, none},
+      {"2020-13-10", 10, none},
+      {"2020-12-00", 10, none},
+      {"2020-12.31", 10, none},
+      {"2020.12.31", 10, day},
+      {"0100-01-01", 10, DateSerial(100, 1, 1).serial},
+      {"9999-12-31", 10, DateSerial(9999, 12, 31).serial},
+      {"29-12-31", 8, DateSerial(2029, 12, 31).serial},
+      {"30-12-31", 8, DateSerial(1930, 12, 31).serial},
+      {"31 Foo 2020", 11, none},
+  };
+  for (const Case& c : cases) {
+    const std::optional<Date> parsed = ParseDate(std::string_view(c.text, c.length));
+    if (c.serial == none) {
+      EXPECT_FALSE(parsed.has_value()) << c.text << " cut to " << c.length;
+    } else {
+      ASSERT_TRUE(parsed.has_value()) << c.text << " cut to " << c.length;
+      EXPECT_DOUBLE_EQ(parsed->serial, c.serial) << c.text << " cut to " << c.length;
+    }
   }
 }
 

@@ -5,6 +5,9 @@
 
 #include <cmath>
 #include <limits>
+#include <optional>
+#include <string_view>
+#include <utility>
 
 namespace quorbex {
 
@@ -226,6 +229,65 @@ TEST(Variant, ValReadsTheLeadingNumber) {
   EXPECT_EQ(ErrorOf([] { Val(Variant(Null)); }), errnum::kInvalidUseOfNull);
 }
 
+// Each scanner is handed the first `length` bytes of a longer text; what follows must not count.
+TEST(Variant, NumberScansStopAtTheEndOfTheirText) {
+  LocaleScope scope(Locale::C());
+  struct Case {
+    const char* text;
+    size_t length;
+    std::optional<double> parsed;  // ParseNumber
+    double val;                    // Val
+  };
+  const Case cases[] = {
+      {"1234", 3, 123.0, 123.0},       {"1.25", 3, 1.2, 1.2},         {"1.5", 2, 1.0, 1.0},
+      {"1e57", 3, 1e5, 1e5},           {"2e5", 2, std::nullopt, 2.0}, {"1e-5", 3, std::nullopt, 1.0},
+      {"&H1F", 3, 1.0, 1.0},           {"&O17", 3, 1.0, 1.0},         {"12-", 2, 12.0, 12.0},
+      {"(12)", 3, std::nullopt, 0.0},  {"12 x", 3, 12.0, 12.0},       {"- 5", 2, std::nullopt, 0.0},
+      {"1,000", 2, 1.0, 1.0},           {"-7", 1, std::nullopt, 0.0},  {"9", 0, std::nullopt, 0.0},
+  };
+  for (const Case& c : cases) {
+    const std::string_view view(c.text, c.length);
+    EXPECT_EQ(ParseNumber(view), c.parsed) << c.text << " cut to " << c.length;
+    EXPECT_EQ(Val(view), c.val) << c.text << " cut to " << c.length;
+  }
+}
+
+TEST(Variant, NumberTextsReadTheirSignsSeparatorsAndExponents) {
+  struct Case {
+    const char* text;
+    std::optional<double> parsed;
+  };
+  {
+    LocaleScope scope(Locale::C());
+    const Case cases[] = {
+        {"+12", 12.0},      {"-12", -12.0},        {"12+", 12.0},         {"12 -", -12.0},
+        {"( 12 )", -12.0},  {"(12-)", std::nullopt}, {"(-12)", std::nullopt}, {"-12-", std::nullopt},
+        {"+-1", std::nullopt}, {"(12", std::nullopt}, {"12)", std::nullopt}, {"007", 7.0},
+        {"0.0025", 0.0025}, {"1E+3", 1000.0},      {"2.5e-2", 0.025},     {"1.5D2", 150.0},
+        {"1e308", 1e308},   {"1,2,3", 123.0},      {"1..5", std::nullopt}, {"1.5.", std::nullopt},
+        {",1", std::nullopt}, {"1 000", std::nullopt}, {"&HFFFFFFFF", -1.0}, {"&H", std::nullopt},
+    };
+    for (const Case& c : cases) EXPECT_EQ(ParseNumber(c.text), c.parsed) << c.text;
+    // A tiny number written with many zeros is 0, not an overflow.
+    EXPECT_EQ(ParseNumber("0." + std::string(400, '0') + "1e5"), 0.0);
+    EXPECT_EQ(ParseNumber(std::string(400, '0') + "1e-400"), 0.0);
+  }
+  {
+    LocaleScope scope(Locale::German());
+    const Case cases[] = {
+        {"1.000,5", 1000.5}, {"-1.000,5", -1000.5}, {"1,5e1", 15.0}, {"0,05", 0.05},
+        {",5", 0.5},         {".5", std::nullopt},  {"1,5,5", std::nullopt},
+    };
+    for (const Case& c : cases) EXPECT_EQ(ParseNumber(c.text), c.parsed) << c.text;
+  }
+  // Val: "." always, blanks anywhere inside, a sign only in front.
+  const std::pair<const char*, double> leading[] = {
+      {"+ 1 2", 12.0}, {"-.5", -0.5}, {"1 . 5", 1.5}, {"12-3", 12.0}, {"1e 2", 100.0}, {"1e+2x", 100.0},
+      {"1e-2", 0.01},  {"&o10", 8.0}, {"-&H10", -16.0}, {"0.000", 0.0}, {"--1", 0.0},
+  };
+  for (const auto& [text, value] : leading) EXPECT_EQ(Val(text), value) << text;
+}
+
 TEST(Variant, IsNumericAcceptsNumbersOnly) {
   LocaleScope scope(Locale::C());
   EXPECT_TRUE(IsNumeric(Variant()));
@@ -284,6 +346,19 @@ TEST(Variant, CompareFollowsTheClassicRules) {
   // NaN keeps the order total instead of being equal to everything.
   EXPECT_EQ(Compare(std::nan(""), 1.0), strong_ordering::greater);
   EXPECT_TRUE(Equals(-0.0, 0.0));
+
+  // Each pair of kinds, both ways round: the reversed pair gives the reversed order.
+  const std::pair<Variant, Variant> lesser_first[] = {
+      {1, 2},          {int16_t{-3}, int16_t{4}}, {1.5, 2.5},   {"a", "b"},         {Variant(), "a"},
+      {"", "a"},       {1, 2.5},                  {2, "10"},    {Date{1.0}, Date{2.0}}, {Currency{1}, Currency{2}},
+      {true, false},   {Variant(), 1},            {int16_t{5}, 6.0}, {"1.5", 2},    {uint8_t{7}, 8},
+  };
+  for (const auto& [a, b] : lesser_first) {
+    EXPECT_EQ(Compare(a, b), strong_ordering::less) << CStr(a) << " against " << CStr(b);
+    EXPECT_EQ(Compare(b, a), strong_ordering::greater) << CStr(b) << " against " << CStr(a);
+    EXPECT_EQ(Compare(a, a), strong_ordering::equal) << CStr(a);
+    EXPECT_FALSE(Equals(a, b)) << CStr(a) << " against " << CStr(b);
+  }
 }
 
 TEST(Variant, CompareUnderGermanLocaleReadsDecimalCommas) {
