@@ -26,7 +26,7 @@ namespace {
 
 using test::MakeVirtualTable;
 
-class AnalyzerTest : public ::testing::Test {
+class Analyzer : public ::testing::Test {
  protected:
   void SetUp() override {
     State() = ThreadState{};
@@ -68,7 +68,7 @@ class AnalyzerTest : public ::testing::Test {
   platform::MessageBoxScope box_scope_{box_};
 };
 
-TEST_F(AnalyzerTest, DataLayerHandsOutOneAnalyzerOverItsCurrentRecords) {
+TEST_F(Analyzer, DataLayerHandsOutOneAnalyzerOverItsCurrentRecords) {
   auto layer = Table("ID;A", {{1, 10}, {2, 20}});
   auto analyzer = layer->Analyzer();
   ASSERT_TRUE(analyzer);
@@ -91,7 +91,7 @@ TEST_F(AnalyzerTest, DataLayerHandsOutOneAnalyzerOverItsCurrentRecords) {
   EXPECT_EQ(Errors().back(), "Analyzer.CalculateFields: Sourcefields or target field is not reckognized");
 }
 
-TEST_F(AnalyzerTest, CalculateFieldsAppliesEachOperatorWithoutChangeMarks) {
+TEST_F(Analyzer, CalculateFieldsAppliesEachOperatorWithoutChangeMarks) {
   auto layer = Table("ID;A;B;R", {{1, 7, 2, Variant()}, {2, "12abc", "", Variant()}, {3, 2.5, 4, Variant()}});
   auto analyzer = layer->Analyzer();
   const std::vector<std::pair<std::string, std::vector<double>>> cases = {
@@ -107,7 +107,7 @@ TEST_F(AnalyzerTest, CalculateFieldsAppliesEachOperatorWithoutChangeMarks) {
                           "Analyzer.CALC: 12abc / 0: Division by Zero is not allowed. Value set to 0"});
 }
 
-TEST_F(AnalyzerTest, CalculationsRefuseUnknownNamesAndOperatorsWithTheirOwnTexts) {
+TEST_F(Analyzer, CalculationsRefuseUnknownNamesAndOperatorsWithTheirOwnTexts) {
   auto layer = Table("ID;A;R", {{1, 5, 1}});
   auto analyzer = layer->Analyzer();
   analyzer->CalculateFields("A", "%", "A", "R");
@@ -144,7 +144,7 @@ TEST_F(AnalyzerTest, CalculationsRefuseUnknownNamesAndOperatorsWithTheirOwnTexts
   }
 }
 
-TEST_F(AnalyzerTest, ConstantOperandsStandOnTheirSide) {
+TEST_F(Analyzer, ConstantOperandsStandOnTheirSide) {
   auto layer = Table("ID;A;R", {{1, 30, Variant()}});
   auto analyzer = layer->Analyzer();
   analyzer->CalculateFieldAndValue1("R", "+", 5, "R");  // an Empty value reads as 0
@@ -157,7 +157,7 @@ TEST_F(AnalyzerTest, ConstantOperandsStandOnTheirSide) {
   EXPECT_EQ(CDbl(At(*layer, 1, "R")), 0.033);
 }
 
-TEST_F(AnalyzerTest, RoundingIsHalfToEvenAndNinetyNineLeavesTheValue) {
+TEST_F(Analyzer, RoundingIsHalfToEvenAndNinetyNineLeavesTheValue) {
   auto layer = Table("ID;A;R", {{1, 2.5, Variant()}, {2, 3.5, Variant()}, {3, 0.125, Variant()}});
   auto analyzer = layer->Analyzer();
   analyzer->CalculateFieldAndValue1("A", "+", 0, "R", 0);
@@ -170,7 +170,7 @@ TEST_F(AnalyzerTest, RoundingIsHalfToEvenAndNinetyNineLeavesTheValue) {
   EXPECT_TRUE(State().error_text.empty());
 }
 
-TEST_F(AnalyzerTest, GermanKeyboardReadsTheDecimalComma) {
+TEST_F(Analyzer, GermanKeyboardReadsTheDecimalComma) {
   auto layer = Table("ID;A;R", {{1, "12,5", Variant()}});
   auto analyzer = layer->Analyzer();
   analyzer->CalculateFieldAndValue1("A", "*", 2, "R", 99, true);
@@ -191,7 +191,7 @@ TEST_F(AnalyzerTest, GermanKeyboardReadsTheDecimalComma) {
   EXPECT_EQ(CDbl(At(*layer, 1, "R")), 24);
 }
 
-TEST_F(AnalyzerTest, FailedCalculationsGiveZeroAndTheirDescription) {
+TEST_F(Analyzer, FailedCalculationsGiveZeroAndTheirDescription) {
   auto layer = Table("ID;A;R", {{1, 1e308, 5}, {2, -8, 5}});
   auto analyzer = layer->Analyzer();
   analyzer->CalculateFieldAndValue1("A", "*", 10, "R");
@@ -204,7 +204,7 @@ TEST_F(AnalyzerTest, FailedCalculationsGiveZeroAndTheirDescription) {
   EXPECT_EQ(CDbl(At(*layer, 2, "R")), 0);
 }
 
-TEST_F(AnalyzerTest, RecordWithoutTheFieldIsSkippedAndReportedOnce) {
+TEST_F(Analyzer, RecordWithoutTheFieldIsSkippedAndReportedOnce) {
   auto layer = Table("ID;A;R", {{1, 1, 0}, {2, 2, 0}, {3, 3, 0}});
   layer->GetOfflineRecordset()->Records(2)->Remove(3);
   auto analyzer = layer->Analyzer();
@@ -215,7 +215,7 @@ TEST_F(AnalyzerTest, RecordWithoutTheFieldIsSkippedAndReportedOnce) {
                           "Analyzer.CalculateFields: Object variable or With block variable not set"});
 }
 
-TEST_F(AnalyzerTest, CalculateFormulaSubstitutesReferencesPerRecord) {
+TEST_F(Analyzer, CalculateFormulaSubstitutesReferencesPerRecord) {
   auto layer = Table("ID;Price;Qty;Total", {{1, 10, 3, Variant()}, {2, 2.5, "4", Variant()}, {3, "", 1, Variant()}});
   auto analyzer = layer->Analyzer();
   analyzer->CalculateFormula("<Price>*<Qty>*1.19-5", "Total", 2);
@@ -239,7 +239,7 @@ TEST_F(AnalyzerTest, CalculateFormulaSubstitutesReferencesPerRecord) {
   EXPECT_EQ(Errors().size(), 1u);
 }
 
-TEST_F(AnalyzerTest, CalculateFormulaReportsItsProblems) {
+TEST_F(Analyzer, CalculateFormulaReportsItsProblems) {
   auto layer = Table("ID;A;R", {{1, 4, 9}});
   auto analyzer = layer->Analyzer();
   analyzer->CalculateFormula("<A>*2", "Nope");
@@ -260,7 +260,7 @@ TEST_F(AnalyzerTest, CalculateFormulaReportsItsProblems) {
   EXPECT_EQ(errors[6].rfind("Analyzer.CalculateFields: ", 0), 0u);
 }
 
-TEST_F(AnalyzerTest, CalculateFormulaHelpAndResultReading) {
+TEST_F(Analyzer, CalculateFormulaHelpAndResultReading) {
   auto layer = Table("ID;A;R", {{1, 12.5, Variant()}});
   auto analyzer = layer->Analyzer();
   analyzer->CalculateFormula("<A>", "R", 99, true);
@@ -282,7 +282,7 @@ TEST_F(AnalyzerTest, CalculateFormulaHelpAndResultReading) {
   EXPECT_EQ(CDbl(At(*layer, 1, "R")), 12.5);
 }
 
-TEST_F(AnalyzerTest, CalculateFormulaReplacesReferencesOneAfterTheOther) {
+TEST_F(Analyzer, CalculateFormulaReplacesReferencesOneAfterTheOther) {
   // A's value holds B's reference, so replacing <A> first leaves two <B> for the second replacement.
   auto layer = Table("ID;A;B;R", {{1, "<B>", 3, Variant()}, {2, "7", 3, Variant()}});
   auto analyzer = layer->Analyzer();
@@ -291,7 +291,7 @@ TEST_F(AnalyzerTest, CalculateFormulaReplacesReferencesOneAfterTheOther) {
   EXPECT_EQ(CDbl(At(*layer, 2, "R")), 10);
 }
 
-TEST_F(AnalyzerTest, FillIfTakesFieldNamesAsFieldsAndOtherTextsAsConstants) {
+TEST_F(Analyzer, FillIfTakesFieldNamesAsFieldsAndOtherTextsAsConstants) {
   auto layer = Table("ID;A;B;R", {{1, 5, 3, ""}, {2, 1, 3, ""}, {3, "x", "X", ""}});
   auto analyzer = layer->Analyzer();
   analyzer->FillIf("A", ">", "B", "R", "A", Variant("small"));
@@ -308,7 +308,7 @@ TEST_F(AnalyzerTest, FillIfTakesFieldNamesAsFieldsAndOtherTextsAsConstants) {
   EXPECT_EQ(Errors().front(), "FieldID: Fieldname 'small' not found (or error: )");
 }
 
-TEST_F(AnalyzerTest, FillIfNumericCompareReadsTheCommaAsPoint) {
+TEST_F(Analyzer, FillIfNumericCompareReadsTheCommaAsPoint) {
   auto layer = Table("ID;A;R", {{1, "1,0", ""}, {2, "2", ""}});
   auto analyzer = layer->Analyzer();
   analyzer->FillIf("A", "=", 1, "R", "yes", Variant("no"), true);
@@ -321,7 +321,7 @@ TEST_F(AnalyzerTest, FillIfNumericCompareReadsTheCommaAsPoint) {
   EXPECT_TRUE(At(*layer, 2, "R").IsEmpty());  // the else value given as Empty is stored
 }
 
-TEST_F(AnalyzerTest, FillIfOperatorsHoldExactlyOnTheirSideOfEquality) {
+TEST_F(Analyzer, FillIfOperatorsHoldExactlyOnTheirSideOfEquality) {
   // Numbers, equal numbers, texts of numbers whose text order differs from their value order, a comma.
   auto layer = Table("ID;A;B;R", {{1, 5, 3, ""}, {2, 3, 3, ""}, {3, 1, 3, ""}, {4, "10", "9", ""}, {5, "2,5", "2.5", ""}});
   auto analyzer = layer->Analyzer();
@@ -344,7 +344,7 @@ TEST_F(AnalyzerTest, FillIfOperatorsHoldExactlyOnTheirSideOfEquality) {
   }
 }
 
-TEST_F(AnalyzerTest, ReplaceFieldMatchesTrimmedTextsAndPartsInExactCase) {
+TEST_F(Analyzer, ReplaceFieldMatchesTrimmedTextsAndPartsInExactCase) {
   auto layer = Table("ID;A", {{1, " Apple "}, {2, "apple pie"}, {3, "Pineapple"}, {4, 12}, {5, 7}});
   auto analyzer = layer->Analyzer();
   bool string_compare = false;
@@ -384,7 +384,7 @@ TEST_F(AnalyzerTest, ReplaceFieldMatchesTrimmedTextsAndPartsInExactCase) {
   EXPECT_EQ(Errors().back(), "Analyzer.ReplaceField 91: Object variable or With block variable not set");
 }
 
-TEST_F(AnalyzerTest, OccurrenceCountComparesTrimmedLowerCaseUnlessMatchCase) {
+TEST_F(Analyzer, OccurrenceCountComparesTrimmedLowerCaseUnlessMatchCase) {
   auto layer = Table("ID;A", {{1, " abc"}, {2, "ABC"}, {3, "abc"}, {4, "\u00c4bc"}, {5, "\u00e4BC "}, {6, 7}});
   auto analyzer = layer->Analyzer();
   EXPECT_EQ(analyzer->OccurrenceCount("A", "abc"), 3);
@@ -400,7 +400,7 @@ TEST_F(AnalyzerTest, OccurrenceCountComparesTrimmedLowerCaseUnlessMatchCase) {
   EXPECT_EQ(Errors().back(), "Analyzer.OccurrenceCount: Object variable or With block variable not set");
 }
 
-TEST_F(AnalyzerTest, SingleOccurrenceListsEachValueOnceAscending) {
+TEST_F(Analyzer, SingleOccurrenceListsEachValueOnceAscending) {
   auto layer = Table("ID;A;N", {{1, "b", 10}, {2, "A", 2.5}, {3, "b", 10}, {4, "", 2.5},
                                 {5, "a", Variant()}, {6, Null, -1}, {7, "A", 100}});
   auto analyzer = layer->Analyzer();

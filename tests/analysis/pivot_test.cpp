@@ -32,7 +32,7 @@ class RecordingRenderer : public frmProgress::Renderer {
   int closes = 0;
 };
 
-class PivotTest : public ::testing::Test {
+class Pivot : public ::testing::Test {
  protected:
   void SetUp() override {
     State() = ThreadState{};
@@ -75,7 +75,7 @@ class PivotTest : public ::testing::Test {
   platform::MessageBoxScope box_scope_{box_};
 };
 
-TEST_F(PivotTest, SumsPerCriteriaValueOverTheSortedSource) {
+TEST_F(Pivot, SumsPerCriteriaValueOverTheSortedSource) {
   auto source = Table("ID;Region;Amount;Qty", {{1, "B", 10, 1}, {2, "A", 2.5, "3 pieces"}, {3, "B", "x", 2},
                                                {4, "A", "1.5", Variant()}});
   State().auto_guid_column = "Key";
@@ -97,7 +97,7 @@ TEST_F(PivotTest, SumsPerCriteriaValueOverTheSortedSource) {
   EXPECT_TRUE(State().error_text.empty()) << State().error_text;
 }
 
-TEST_F(PivotTest, FieldListRuleAndTheHundredValueFields) {
+TEST_F(Pivot, FieldListRuleAndTheHundredValueFields) {
   auto source = Table("ID;Region;Amount", {{1, "West", 5}, {2, "West", 7}});
   auto pivot = source->Analyzer()->Pivot("Amount;Region", "Region");
   EXPECT_EQ(FieldNames(*pivot), (std::vector<std::string>{"ID", "Amount", "Region"}));
@@ -115,7 +115,7 @@ TEST_F(PivotTest, FieldListRuleAndTheHundredValueFields) {
   EXPECT_TRUE(State().error_text.empty()) << State().error_text;
 }
 
-TEST_F(PivotTest, EmptySourceGivesTheFieldsWithoutRecords) {
+TEST_F(Pivot, EmptySourceGivesTheFieldsWithoutRecords) {
   auto source = Table("ID;Region;Amount", {});
   auto pivot = source->Analyzer()->Pivot("Amount", "Region", true);
   EXPECT_EQ(pivot->RecordCount(), 0);
@@ -128,7 +128,7 @@ TEST_F(PivotTest, EmptySourceGivesTheFieldsWithoutRecords) {
   EXPECT_TRUE(counts->CheckContainsFieldName("Count"));
 }
 
-TEST_F(PivotTest, ProgressDisplayFollowsTheRecords) {
+TEST_F(Pivot, ProgressDisplayFollowsTheRecords) {
   auto renderer = std::make_shared<RecordingRenderer>();
   auto previous = frmProgress::InstallRenderer(renderer);
   auto source = Table("ID;Region;Amount", {{1, "A", 1}, {2, "B", 2}, {3, "A", 3}, {4, "C", 4}});
@@ -140,7 +140,7 @@ TEST_F(PivotTest, ProgressDisplayFollowsTheRecords) {
   EXPECT_GE(renderer->closes, 1);
 }
 
-TEST_F(PivotTest, FailuresAreReportedAndThePartialTableReturned) {
+TEST_F(Pivot, FailuresAreReportedAndThePartialTableReturned) {
   auto source = Table("ID;Region;Amount", {{1, "A", "1e999"}, {2, "A", 2}});
   auto pivot = source->Analyzer()->Pivot("Amount", "Region");
   EXPECT_EQ(Column(*pivot, "Amount"), std::vector<std::string>{"2"});
@@ -157,7 +157,7 @@ TEST_F(PivotTest, FailuresAreReportedAndThePartialTableReturned) {
   EXPECT_NE(State().error_text.find("Analyzer.Pivot: Fehler bei Aufbereitung: "), std::string::npos);
 }
 
-TEST_F(PivotTest, SourceOrderAndGroupsMatchSortRecordset) {
+TEST_F(Pivot, SourceOrderAndGroupsMatchSortRecordset) {
   // Keys that differ only in case share a place in the order, so their records keep their order and
   // each change of the exact text opens a group; numbers sort by their text. A non-ASCII key makes the
   // pivot leave the sorting to the recordset itself; the result must not tell the difference. The
@@ -194,7 +194,7 @@ TEST_F(PivotTest, SourceOrderAndGroupsMatchSortRecordset) {
   EXPECT_TRUE(State().error_text.empty()) << State().error_text;
 }
 
-TEST_F(PivotTest, PivotCountOnlyCountsLikeOccurrenceCount) {
+TEST_F(Pivot, PivotCountOnlyCountsLikeOccurrenceCount) {
   auto source = Table("ID;City", {{1, "Wien"}, {2, "graz"}, {3, "Graz"}, {4, " wien"}, {5, "Linz"}, {6, ""},
                                   {7, "Wien"}});
   auto analyzer = source->Analyzer();
@@ -213,7 +213,7 @@ TEST_F(PivotTest, PivotCountOnlyCountsLikeOccurrenceCount) {
   EXPECT_TRUE(State().error_text.empty()) << State().error_text;
 }
 
-TEST_F(PivotTest, PivotCountOnlyAgreesWithOccurrenceCountOnRandomData) {
+TEST_F(Pivot, PivotCountOnlyAgreesWithOccurrenceCountOnRandomData) {
   std::mt19937 rng(7);
   const std::vector<Variant> pool = {"a", "A", " a", "b ", "B", 1, 1.5, "1", "x", ""};
   std::vector<std::vector<Variant>> rows;

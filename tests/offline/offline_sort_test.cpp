@@ -77,7 +77,7 @@ void ExchangeSort(clsOfflineRecordset& rs, int32_t column, bool asc, bool desc, 
   }
 }
 
-class RecordsetSortTest : public ::testing::Test {
+class RecordsetSort : public ::testing::Test {
  protected:
   void SetUp() override {
     State() = ThreadState{};
@@ -89,7 +89,7 @@ class RecordsetSortTest : public ::testing::Test {
   }
 };
 
-TEST_F(RecordsetSortTest, MatchesTheExchangeSortOnRandomTables) {
+TEST_F(RecordsetSort, MatchesTheExchangeSortOnRandomTables) {
   const std::vector<Variant> pool = {
       "b",  "A",  "a",      "Öl",  "uel",        "Uel",         "äpfel",      "Apfel",       "ue",  "é",
       "e",  "",   "Zebra",  "ß",   "10",         "2",           "1",          "-3",          "1.5", "x",
@@ -140,7 +140,7 @@ TEST_F(RecordsetSortTest, MatchesTheExchangeSortOnRandomTables) {
   }
 }
 
-TEST_F(RecordsetSortTest, NumberOrderOfNearlyEqualDoublesFollowsTheirText) {
+TEST_F(RecordsetSort, NumberOrderOfNearlyEqualDoublesFollowsTheirText) {
   // Doubles that differ only beyond the 15 digits of their text are equal in number order and keep
   // their order; neighbours that differ a little more are not. Texts and whole numbers mix in.
   std::vector<Variant> pool;
@@ -182,7 +182,7 @@ TEST_F(RecordsetSortTest, NumberOrderOfNearlyEqualDoublesFollowsTheirText) {
   }
 }
 
-TEST_F(RecordsetSortTest, TextOrderFollowsTheSortKeys) {
+TEST_F(RecordsetSort, TextOrderFollowsTheSortKeys) {
   auto rs = OneFieldRecordset({"b", "A", "a"});
   rs->RecordsetSort(1, true);
   EXPECT_EQ(Values(*rs), "A,a,b");  // A and a are equal keys and keep their order
@@ -207,7 +207,7 @@ TEST_F(RecordsetSortTest, TextOrderFollowsTheSortKeys) {
   EXPECT_EQ(Values(*rs), "zz,aa");  // "false" < "true"
 }
 
-TEST_F(RecordsetSortTest, NumberOrderNeverMovesANonNumericValue) {
+TEST_F(RecordsetSort, NumberOrderNeverMovesANonNumericValue) {
   auto rs = OneFieldRecordset({"10", "x", "2", "1"});
   rs->RecordsetSort(1, true, false, true);
   EXPECT_EQ(Values(*rs), "10,x,1,2");
@@ -222,7 +222,7 @@ TEST_F(RecordsetSortTest, NumberOrderNeverMovesANonNumericValue) {
   EXPECT_EQ(Values(*rs), "20,1e3,12abc,5,5.5");
 }
 
-TEST_F(RecordsetSortTest, DirectionIsSettledInTheCallersVariables) {
+TEST_F(RecordsetSort, DirectionIsSettledInTheCallersVariables) {
   auto rs = OneFieldRecordset({"b", "a"});
   bool asc = false, desc = false;
   rs->RecordsetSort(1, asc, desc);
@@ -249,7 +249,7 @@ TEST_F(RecordsetSortTest, DirectionIsSettledInTheCallersVariables) {
   EXPECT_EQ(State().error_text, "");
 }
 
-TEST_F(RecordsetSortTest, AShortRecordEndsTheSortInItsFirstPass) {
+TEST_F(RecordsetSort, AShortRecordEndsTheSortInItsFirstPass) {
   // Two fields each; the fourth record has only one. The first pass carries "d" forward up to the
   // record before the short one and stops there.
   auto rs = std::make_shared<clsOfflineRecordset>();
@@ -289,7 +289,7 @@ TEST_F(RecordsetSortTest, AShortRecordEndsTheSortInItsFirstPass) {
   EXPECT_EQ(Values(*partly), "b,c,a");
 }
 
-TEST_F(RecordsetSortTest, InnerSortOrdersEachRunOfTheFirstColumn) {
+TEST_F(RecordsetSort, InnerSortOrdersEachRunOfTheFirstColumn) {
   auto rs = std::make_shared<clsOfflineRecordset>();
   const std::vector<std::pair<Variant, Variant>> rows = {
       {"Graz", "b"}, {"graz", "a"}, {"Graz", "C"}, {"Linz", "z"}, {"Wien", "y"}, {"Wien", "x"}, {"Wien", "x"}};
@@ -339,7 +339,7 @@ class RecordingProgress final : public clsOfflineRecordset::SortProgress {
   std::shared_ptr<Log> log_;
 };
 
-TEST_F(RecordsetSortTest, ProgressIsShownWithSortiereAndUnloadedOnlyWhenAskedFor) {
+TEST_F(RecordsetSort, ProgressIsShownWithSortiereAndUnloadedOnlyWhenAskedFor) {
   auto log = std::make_shared<RecordingProgress::Log>();
   int opened = 0;
   clsOfflineRecordset::InstallSortProgress([&] {
