@@ -5,7 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <string>
 #include <utility>
 
 namespace quorbex::platform {
@@ -36,6 +38,33 @@ bool WriteWithFlags(const std::string& path, std::string_view bytes, int flags) 
   return ok;
 }
 
+// Writes the whole file or nothing: the bytes go to a new file beside the target, are flushed to disk,
+// and the new file is renamed over the target, so a crash leaves either the old file or the new one,
+// never a truncated one. The target keeps its permissions; a new file gets the usual ones (0666 less
+// the umask).
+bool WriteWhole(const std::string& path, std::string_view bytes) {
+  if (!Usable(path)) return false;
+  struct stat target {};
+  const bool exists = ::stat(path.c_str(), &target) == 0;
+  if (exists && !S_ISREG(target.st_mode)) return false;
+  static std::atomic<unsigned> counter{0};
+  std::string temporary;
+  int fd = -1;
+  for (int attempt = 0; attempt < 100 && fd < 0; ++attempt) {
+    temporary = path + ".tmp-" + std::to_string(::getpid()) + "-" + std::to_string(counter.fetch_add(1));
+    fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (fd < 0 && errno != EEXIST) return false;
+  }
+  if (fd < 0) return false;
+  bool ok = WriteAll(fd, bytes);
+  if (ok && exists) ok = ::fchmod(fd, target.st_mode & 07777) == 0;
+  if (ok) ok = ::fdatasync(fd) == 0;
+  if (::close(fd) != 0) ok = false;
+  if (ok) ok = ::rename(temporary.c_str(), path.c_str()) == 0;
+  if (!ok) ::unlink(temporary.c_str());
+  return ok;
+}
+
 class PosixFiles final : public FileSystem {
  public:
   bool FileExists(const std::string& path) override {
@@ -61,7 +90,7 @@ class PosixFiles final : public FileSystem {
   }
 
   bool WriteFile(const std::string& path, std::string_view bytes) override {
-    return WriteWithFlags(path, bytes, O_TRUNC);
+    return WriteWhole(path, bytes);
   }
 
   bool AppendFile(const std::string& path, std::string_view bytes) override {

@@ -41,8 +41,9 @@ bool DeleteFile(const std::string& path);
 // Moves `from` to `to`; false when `from` is missing, `to` already exists (nothing is overwritten) or
 // the move fails.
 bool RenameFile(const std::string& from, const std::string& to);
-// Creates the file, or empties an existing one, and writes `bytes`; false on any failure (the folder
-// missing or unwritable among them).
+// Writes `bytes` as the whole file, replacing an existing one (which keeps its permissions): written
+// beside it, flushed, and renamed over it, so the file is never seen half written. False on any
+// failure (the folder missing or unwritable among them); the old file then stays as it was.
 bool WriteFile(const std::string& path, std::string_view bytes);
 // Appends `bytes`, creating the file when it is missing; false on any failure.
 bool AppendFile(const std::string& path, std::string_view bytes);

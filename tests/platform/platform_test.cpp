@@ -1,7 +1,7 @@
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <gtest/gtest.h>
-
+#include <filesystem>
 #include <memory>
 #include <set>
 #include <stdexcept>
@@ -163,6 +163,23 @@ TEST(Files, WholeFileOperationsAreBinarySafeAndReportFailure) {
 
   EXPECT_FALSE(WriteFile(dir.File("missing/folder.txt"), "x"));
   EXPECT_FALSE(AppendFile(dir.File("missing/folder.txt"), "x"));
+
+  // A rewrite replaces the file whole: it keeps the old file's permissions and leaves nothing beside
+  // it, and one that cannot be made leaves the old file as it was.
+  const std::string kept = dir.File("kept.txt");
+  ASSERT_TRUE(WriteFile(kept, "old"));
+  ASSERT_EQ(::chmod(kept.c_str(), 0640), 0);
+  ASSERT_TRUE(WriteFile(kept, "new"));
+  struct stat info {};
+  ASSERT_EQ(::stat(kept.c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 0777, 0640u);
+  EXPECT_EQ(ReadBytes(kept), "new");
+  const std::string folder_target = dir.File("a_folder");
+  ASSERT_EQ(::mkdir(folder_target.c_str(), 0700), 0);
+  EXPECT_FALSE(WriteFile(folder_target, "x"));
+  size_t entries = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(dir.Path())) entries += entry.exists() ? 1 : 0;
+  EXPECT_EQ(entries, 3u);  // new.txt, kept.txt, a_folder: no temporary file left behind
   EXPECT_FALSE(ReadFile(dir.File("missing.txt")).has_value());
   EXPECT_FALSE(WriteFile("", "x"));
   EXPECT_FALSE(WriteFile(std::string("a\0b", 3), "x"));
