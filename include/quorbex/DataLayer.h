@@ -74,6 +74,12 @@ class DataLayer : public Object, public std::enable_shared_from_this<DataLayer> 
   // makes it the thread's log folder.
   std::string LogPath() const;
   void LogPath(const std::string& value);
+  // Whether this object's session log is being written: logging is on and its last write to the file
+  // succeeded. A log that cannot be written never fails an operation; this is how a client learns of it.
+  bool SessionLogWriting() const;
+  // Why the session log is not being written ("The session log '<file>' cannot be written.", "The
+  // session log is switched off."); "" while it is.
+  std::string SessionLogError() const;
   bool DataChanged() const { return data_changed_; }
   void DataChanged(bool value) { data_changed_ = value; }
   // RecordsetIsReadOnly of the current offline recordset (False when none).

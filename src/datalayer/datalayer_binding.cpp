@@ -145,6 +145,10 @@ void DataLayer::Username(const std::string& value) { State().user_name = value; 
 
 std::string DataLayer::LogPath() const { return LogPathSetting(); }
 
+bool DataLayer::SessionLogWriting() const { return log_ && log_->Writing(); }
+
+std::string DataLayer::SessionLogError() const { return log_ ? log_->LastError() : std::string(); }
+
 void DataLayer::LogPath(const std::string& value) {
   try {
     platform::SaveSetting(kApp, kSection, "LogPath", value);

@@ -93,6 +93,9 @@ std::string SaveRun::Run() {
     failure = internal::FailureDescription(e);
   }
   if (in_transaction) {
+    // The log entries go to disk before the commit, so that every committed change has its entry
+    // whenever the process ends; a commit that then fails leaves entries of changes that did not stay.
+    WriteLog();
     try {
       // The records before a failing one are kept: commit what was written.
       Commit();
@@ -100,7 +103,7 @@ std::string SaveRun::Run() {
       if (failure.empty()) failure = internal::FailureDescription(e);
     }
   }
-  ClearMarksAndLog();
+  ClearMarks();
   if (failure.empty()) {
     try {
       database_.QueryDefs()->Delete(query_name_);
@@ -277,8 +280,19 @@ void SaveRun::Commit() {
   }
 }
 
-void SaveRun::ClearMarksAndLog() {
+void SaveRun::WriteLog() {
+  if (!layer_.log_ || written_.empty()) return;
   std::vector<clsLog::Entry> log;
+  for (auto& entry : written_) {
+    for (auto& line : entry.log) {
+      log.push_back({std::move(line.action), layer_.sql_, "", std::move(line.field_name), std::move(line.old_value),
+                     std::move(line.new_value)});
+    }
+  }
+  layer_.log_->WriteLogEntries(log, true);
+}
+
+void SaveRun::ClearMarks() {
   for (auto& entry : written_) {
     const int32_t fields = entry.record->FieldCount();
     for (int32_t j = 1; j <= fields; ++j) {
@@ -286,13 +300,7 @@ void SaveRun::ClearMarksAndLog() {
     }
     entry.record->NewlyAdded = false;
     entry.record->HasChanged = false;
-    for (auto& line : entry.log) {
-      log.push_back({std::move(line.action), layer_.sql_, "", std::move(line.field_name), std::move(line.old_value),
-                     std::move(line.new_value)});
-    }
   }
-  // The entries of the committed records go to the session log in one write.
-  if (layer_.log_ && !log.empty()) layer_.log_->WriteLogEntries(log);
 }
 
 }  // namespace quorbex::internal

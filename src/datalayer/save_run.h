@@ -54,8 +54,10 @@ class SaveRun {
   // the same row, and the first edit would be lost without a word.
   void ClaimKey(const Variant& key);
   void RestoreKeys(size_t from);
+  // Writes the session-log entries of the records written, and waits until they are on the disk.
+  void WriteLog();
   void Commit();
-  void ClearMarksAndLog();
+  void ClearMarks();
 
   DataLayer& layer_;
   db::Database& database_;

@@ -97,6 +97,15 @@ class PosixFiles final : public FileSystem {
     return WriteWithFlags(path, bytes, O_APPEND);
   }
 
+  bool FlushFile(const std::string& path) override {
+    if (!Usable(path)) return false;
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return false;
+    bool ok = ::fdatasync(fd) == 0;
+    if (::close(fd) != 0) ok = false;
+    return ok;
+  }
+
   std::optional<std::string> ReadFile(const std::string& path) override {
     if (!Usable(path)) return std::nullopt;
     int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -159,6 +168,9 @@ bool WriteFile(const std::string& path, std::string_view bytes) {
 }
 bool AppendFile(const std::string& path, std::string_view bytes) {
   return Guarded([&] { return Slot().Get()->AppendFile(path, bytes); }, false);
+}
+bool FlushFile(const std::string& path) {
+  return Guarded([&] { return Slot().Get()->FlushFile(path); }, false);
 }
 std::optional<std::string> ReadFile(const std::string& path) {
   return Guarded([&] { return Slot().Get()->ReadFile(path); }, std::optional<std::string>{});

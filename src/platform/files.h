@@ -22,6 +22,7 @@ class FileSystem {
   virtual bool RenameFile(const std::string& from, const std::string& to) = 0;
   virtual bool WriteFile(const std::string& path, std::string_view bytes) = 0;
   virtual bool AppendFile(const std::string& path, std::string_view bytes) = 0;
+  virtual bool FlushFile(const std::string& path) = 0;
   virtual std::optional<std::string> ReadFile(const std::string& path) = 0;
 };
 
@@ -47,6 +48,8 @@ bool RenameFile(const std::string& from, const std::string& to);
 bool WriteFile(const std::string& path, std::string_view bytes);
 // Appends `bytes`, creating the file when it is missing; false on any failure.
 bool AppendFile(const std::string& path, std::string_view bytes);
+// Waits until what was written to the file is on the disk; false when it cannot be.
+bool FlushFile(const std::string& path);
 // The whole content; nullopt when the file cannot be read.
 std::optional<std::string> ReadFile(const std::string& path);
 

@@ -64,7 +64,10 @@ Variant clsLog::OpenSession() {
     if (!session_id_.empty() && !closed_) CloseSession();
 
     std::string session_id = NewGUIDText();
-    if (session_id.empty()) return {};  // no GUID, no file: better no log than one every entry overwrites
+    if (session_id.empty()) {  // no GUID, no file: better no log than one every entry overwrites
+      last_error_ = "The session log cannot be started: no session ID could be made.";
+      return {};
+    }
     session_id_ = std::move(session_id);
     closed_ = false;
 
@@ -91,7 +94,7 @@ Variant clsLog::OpenSession() {
     head.End() << "</HEAD>";
     head.End() << "<LOGDATA>";
     head.End();
-    platform::WriteFile(file_name_, head.Encoded());
+    Wrote(platform::WriteFile(file_name_, head.Encoded()));
   } catch (...) {
     // A log that cannot be written must not disturb the caller.
   }
@@ -107,14 +110,16 @@ Variant clsLog::WriteLogEntry(ByRef<std::string> actionType, const std::string& 
   return {};
 }
 
-void clsLog::WriteLogEntries(const std::vector<Entry>& entries) {
+void clsLog::WriteLogEntries(const std::vector<Entry>& entries, bool flush) {
   if (State().log_disabled || entries.empty()) return;
   try {
     if (session_id_.empty()) OpenSession();
     if (session_id_.empty()) return;
-    Lines text;
     const std::string now = FormatDate(platform::NowLocal());
+    bool ok = true;
+    // One write per entry: a crash can cut only the entry being written, never one before it.
     for (const Entry& e : entries) {
+      Lines text;
       text << "<ACTION TYPE=\"" << (e.action_type.empty() ? "UNKNOWN" : e.action_type) << "\">";
       text.End() << "   <ActionTime>" << now << "</ActionTime>";
       text.End() << "   <QueryString>" << e.query << "</QueryString>";
@@ -125,10 +130,28 @@ void clsLog::WriteLogEntries(const std::vector<Entry>& entries) {
       text.End() << "   <NewValue>" << e.new_value << "</NewValue>";
       text.End() << "</ACTION>";
       text.End();
+      ok = ok && platform::AppendFile(file_name_, text.Encoded());
     }
-    platform::AppendFile(file_name_, text.Encoded());
+    if (ok && flush) ok = platform::FlushFile(file_name_);
+    Wrote(ok);
   } catch (...) {
+    Wrote(false);
   }
+}
+
+void clsLog::Wrote(bool ok) {
+  if (ok) {
+    last_error_.clear();
+  } else {
+    last_error_ = "The session log '" + file_name_ + "' cannot be written.";
+  }
+}
+
+bool clsLog::Writing() const { return !State().log_disabled && last_error_.empty(); }
+
+std::string clsLog::LastError() const {
+  if (State().log_disabled) return "The session log is switched off.";
+  return last_error_;
 }
 
 Variant clsLog::CloseSession() {
@@ -146,7 +169,10 @@ Variant clsLog::CloseSession() {
     }
     tail << "</QuorbexDataLayerLog>";
     tail.End();
-    if (!platform::AppendFile(file_name_, tail.Encoded())) return {};
+    if (!platform::AppendFile(file_name_, tail.Encoded())) {
+      Wrote(false);
+      return {};
+    }
     session_id_.clear();
     closed_ = true;
   } catch (...) {

@@ -9,8 +9,9 @@
 // "?"), with CR LF line ends, and closed after every write so that a crash leaves everything written
 // so far on disk. Inserted texts are not escaped: a value with "<" or "&" makes the file ill-formed,
 // which readers of these logs accept. While the thread's logging-disabled switch is on nothing is
-// written at all, and a log that cannot be written (a missing or read-only folder) fails silently:
-// logging never disturbs the work it records.
+// written at all, and a log that cannot be written (a missing or read-only folder) fails silently for
+// the caller: logging never disturbs the work it records. Writing() and LastError() tell whether it is
+// being written.
 //
 // When the thread's log folder is empty at OpenSession it is set, for the whole thread, to the folder
 // of the running executable (/proc/self/exe): the nearest thing on Linux to "the folder the library was
@@ -59,9 +60,15 @@ class clsLog {
   struct Entry {
     std::string action_type, query, deleted_record_info, field_name, old_value, new_value;
   };
-  // Appends several ACTION elements in one write (the file is opened and closed once), with the same
-  // action time; as WriteLogEntry otherwise. Used for the entries of one save, written after its commit.
-  void WriteLogEntries(const std::vector<Entry>& entries);
+  // Appends several ACTION elements, each in one write of its own, with the same action time; as
+  // WriteLogEntry otherwise. With `flush` the call returns once they are on the disk. A save writes the
+  // entries of its records so before it commits: after a crash at any moment every committed change has
+  // its entry, and the file reads up to its last complete entry.
+  void WriteLogEntries(const std::vector<Entry>& entries, bool flush = false);
+  // Whether the session log is being written: logging is on and the last write to the file succeeded.
+  bool Writing() const;
+  // Why the log is not being written ("" while it is, or before anything was tried).
+  std::string LastError() const;
 
   // The full path of the file of the current (or last) session; "" before the first session.
   const std::string& LogFileName() const { return file_name_; }
@@ -70,6 +77,8 @@ class clsLog {
   std::string session_id_;
   std::string file_name_;
   bool closed_ = false;
+  std::string last_error_;  // the last failed write's text; "" after a write that succeeded
+  void Wrote(bool ok);
 };
 
 }  // namespace quorbex::internal

@@ -707,6 +707,21 @@ TEST_F(DataLayerCore, AnUnwritableLogFolderDoesNotDisturbTheCaller) {
   layer->SetFieldValue("city", "Ybbs");
   EXPECT_TRUE(layer->Save());
   EXPECT_EQ(DbValue("SELECT city FROM customers WHERE id = 1").AsString(), "Ybbs");
+  // The caller can still learn that nothing is being logged, and why.
+  EXPECT_FALSE(layer->SessionLogWriting());
+  EXPECT_NE(layer->SessionLogError().find("no/such/folder"), std::string::npos) << layer->SessionLogError();
+  EXPECT_NE(layer->SessionLogError().find("cannot be written"), std::string::npos);
+
+  // Once the folder is there the next entries are written, and the log says so.
+  std::filesystem::create_directories(dir_.File("no/such/folder"));
+  auto logged = Loaded();
+  logged->SetFieldValue("city", "Enns");
+  EXPECT_TRUE(logged->Save());
+  EXPECT_TRUE(logged->SessionLogWriting()) << logged->SessionLogError();
+  EXPECT_EQ(logged->SessionLogError(), "");
+  logged->DisableLog(true);
+  EXPECT_FALSE(logged->SessionLogWriting());
+  EXPECT_EQ(logged->SessionLogError(), "The session log is switched off.");
 }
 
 TEST_F(DataLayerCore, AReadOnlyDatabaseRefusesTheSave) {

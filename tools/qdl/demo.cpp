@@ -171,6 +171,7 @@ int RunDemo(const std::string& folder_argument) {
   const bool saved = layer->Save();
   if (!saved || !CheckErrors(*layer, "saving")) return 1;
   Show("saved; the new record got id " + CStr(layer->FieldValue("id")));
+  if (!layer->SessionLogWriting()) std::fprintf(stderr, "warning: %s\n", layer->SessionLogError().c_str());
 
   Step("Remove a record in the database (RemoveRecord)");
   layer->MoveSpecific(3);
