@@ -143,7 +143,8 @@ void SaveRun::Insert(int32_t position) {
   database_.Savepoint(kRecordSavepoint);
   try {
     Written written{record_ptr, {}};
-    auto rows = database_.OpenRecordset("select * from " + query_name_);
+    // The query's columns without its rows: a recordset reads all its rows before it inserts one.
+    auto rows = database_.OpenRecordset("select * from " + query_name_ + " WHERE 1 = 0");
     // Only the fields the client wrote, by position; the database applies its defaults to the rest.
     std::vector<std::pair<std::shared_ptr<db::Field>, const clsOfflineField*>> marked;
     for (int32_t j = 1; j <= field_count; ++j) {
