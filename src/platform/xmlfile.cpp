@@ -1,4 +1,5 @@
 #include "platform/xmlfile.h"
+#include "platform/xml_wellformed.h"
 
 #include <pugixml.hpp>
 
@@ -621,6 +622,7 @@ void XmlDataFile::ReadXML() {
     if (!FileExists(path_)) throw ReadFailure{"ReadXML: file '" + path_ + "' not found"};
     std::optional<std::string> content = ReadFile(path_);
     if (!content) throw ReadFailure{"the file cannot be read"};
+    if (auto problem = XmlWellFormednessProblem(*content)) throw ReadFailure{"not well-formed XML (" + *problem + ")"};
     // Parsed in place: the document's texts point into `content`, which outlives it.
     pugi::xml_document document;
     const pugi::xml_parse_result parsed = document.load_buffer_inplace(

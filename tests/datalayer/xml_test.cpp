@@ -239,7 +239,13 @@ TEST_F(XmlPersistence, BrokenTruncatedAndForeignFilesLoadNothing) {
     std::string message;
   };
   const std::vector<Case> cases = {
-      {"", "not well-formed XML (No document element found at byte 0)"},
+      {"", "not well-formed XML (the document is empty)"},
+      // What a lenient parser would take and alter: a reference to U+0000 or a surrogate, a byte that
+      // is no UTF-8, a second root element.
+      {replaced("kind=\"String\">Anna<", "kind=\"String\">An&#0;na<"), "not well-formed XML (line "},
+      {replaced("kind=\"String\">Anna<", "kind=\"String\">An&#xD800;na<"), "not well-formed XML (line "},
+      {replaced("kind=\"String\">Anna<", "kind=\"String\">An\xffna<"), "not well-formed XML (line "},
+      {text + "<more/>", "not well-formed XML (line "},
       {text.substr(0, text.size() / 2), "not well-formed XML ("},
       {text.substr(0, text.size() - 3), "not well-formed XML ("},
       {"id;name\n1;Anna\n", "not well-formed XML ("},
