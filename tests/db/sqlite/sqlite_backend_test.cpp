@@ -1,11 +1,12 @@
 // What is particular to the SQLite backend: declared types, the stored form of values, the file
 // format, and a real third-party database.
-#include <cmath>
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <filesystem>
 #include <string>
 
+#include "db/conformance_fixture.h"  // ErrorOf
 #include "platform/db/types.h"
 #include "quorbex/engine.h"
 #include "quorbex/locale.h"
@@ -227,6 +228,27 @@ TEST_F(SqliteBackend, NamesWithBlanksAndQuotesWork) {
   EXPECT_TRUE(db->OpenRecordset("[Query \"x\"]")->Fields(0)->Value().SameAs(Variant(Currency{25000})));
   db->TableDefs()->Item("Order \"Details\"")->Fields()->Item("Unit Price")->Name("Price \"net\"");
   EXPECT_EQ(db->OpenRecordset("SELECT * FROM [Order \"Details\"]")->Fields(1)->Name(), "Price \"net\"");
+
+  // Names with quotes and semicolons open as they are spelled; a name that is none says so, naming it.
+  for (const std::string name : {"it's", "a;b", "we\"ird; name"}) {
+    auto odd = db->CreateTableDef(name);
+    odd->Fields()->Append(odd->CreateField("v;'x", dbText));
+    auto key = odd->CreateIndex("k'ey");
+    key->Fields()->Append(key->CreateField("v;'x"));
+    key->Primary(true);
+    odd->Indexes()->Append(key);
+    db->TableDefs()->Append(odd);
+    auto rows = db->OpenRecordset(name);
+    EXPECT_TRUE(rows->Updatable()) << name;
+    rows->AddNew();
+    rows->Fields(0)->Value(Variant("x"));
+    rows->Update();
+    db->TableDefs()->Delete(name);
+  }
+  auto missing = quorbex::db::test::ErrorOf([&] { db->OpenRecordset("no'such;table"); });
+  EXPECT_EQ(missing.Kind(), ErrorKind::Syntax);
+  EXPECT_NE(missing.Description().find("'no'such;table' is neither a table or query"), std::string::npos)
+      << missing.Description();
 }
 
 TEST_F(SqliteBackend, ChinookReadsWithTheRightTypes) {

@@ -33,6 +33,18 @@ void InSavepoint(Connection& conn, Work&& work) {
 // database is a valid file at once.
 constexpr int kApplicationId = 0x51444C31;
 
+// Whether a text starts like a statement a recordset can be opened on (rather than being a name).
+bool LooksLikeStatement(std::string_view text) {
+  while (!text.empty() && (text.front() == '(' || text.front() == ' ' || text.front() == '\n' || text.front() == '\t' ||
+                           text.front() == '\r')) {
+    text.remove_prefix(1);
+  }
+  for (std::string_view word : {"SELECT", "WITH", "VALUES", "PRAGMA", "EXPLAIN"}) {
+    if (text.size() >= word.size() && SameName(text.substr(0, word.size()), word)) return true;
+  }
+  return false;
+}
+
 bool AllowsUpdates(int32_t type, int32_t options) {
   return (type == dbOpenDynaset || type == dbOpenTable) && (options & dbReadOnly) == 0;
 }
@@ -206,13 +218,18 @@ class SqliteDatabase : public Database {
 
   std::shared_ptr<Recordset> OpenRecordset(const std::string& Name, int32_t Type, int32_t Options) override {
     std::string_view source = TrimStatement(Name);
-    if (IsBareName(source)) {
-      std::string name = Unbracket(source);
-      if (TableOrViewExists(*conn_, name)) {
-        return OpenCursor(conn_, Name, "SELECT * FROM " + Quote(name), AllowsUpdates(Type, Options));
-      }
+    // A table or query name, bare or bracketed, or spelled exactly as it is (quotes, ";" and all).
+    const std::string name = IsBareName(source) ? Unbracket(source) : std::string(source);
+    if (TableOrViewExists(*conn_, name)) {
+      return OpenCursor(conn_, Name, "SELECT * FROM " + Quote(name), AllowsUpdates(Type, Options));
     }
-    return OpenCursor(conn_, Name, Name, AllowsUpdates(Type, Options));
+    try {
+      return OpenCursor(conn_, Name, Name, AllowsUpdates(Type, Options));
+    } catch (const EngineError& e) {
+      if (e.Kind() != ErrorKind::Syntax || source.empty() || LooksLikeStatement(source)) throw;
+      Raise(ErrorKind::Syntax, "'" + Name + "' is neither a table or query of the database nor a SQL statement (" +
+                                   e.Description() + ").");
+    }
   }
 
   std::shared_ptr<Recordset> OpenRecordset(const std::string& Name, std::span<const Variant> Parameters, int32_t Type,
