@@ -28,6 +28,8 @@ class Lines {
     return *this;
   }
   std::string Encoded() const { return platform::ToWindows1252(text_); }
+  size_t Size() const { return text_.size(); }
+  void Clear() { text_.clear(); }
 
  private:
   std::string text_;
@@ -117,9 +119,12 @@ void clsLog::WriteLogEntries(const std::vector<Entry>& entries, bool flush) {
     if (session_id_.empty()) return;
     const std::string now = FormatDate(platform::NowLocal());
     bool ok = true;
-    // One write per entry: a crash can cut only the entry being written, never one before it.
-    for (const Entry& e : entries) {
-      Lines text;
+    // Whole entries only in each write (about 64 KB of them at a time): a crash can cut only the entries
+    // of the write under way at their end, never one before them.
+    constexpr size_t kChunk = 64 * 1024;
+    Lines text;
+    for (size_t k = 0; k < entries.size(); ++k) {
+      const Entry& e = entries[k];
       text << "<ACTION TYPE=\"" << (e.action_type.empty() ? "UNKNOWN" : e.action_type) << "\">";
       text.End() << "   <ActionTime>" << now << "</ActionTime>";
       text.End() << "   <QueryString>" << e.query << "</QueryString>";
@@ -130,7 +135,10 @@ void clsLog::WriteLogEntries(const std::vector<Entry>& entries, bool flush) {
       text.End() << "   <NewValue>" << e.new_value << "</NewValue>";
       text.End() << "</ACTION>";
       text.End();
-      ok = ok && platform::AppendFile(file_name_, text.Encoded());
+      if (text.Size() >= kChunk || k + 1 == entries.size()) {
+        ok = ok && platform::AppendFile(file_name_, text.Encoded());
+        text.Clear();
+      }
     }
     if (ok && flush) ok = platform::FlushFile(file_name_);
     Wrote(ok);

@@ -60,7 +60,7 @@ class clsLog {
   struct Entry {
     std::string action_type, query, deleted_record_info, field_name, old_value, new_value;
   };
-  // Appends several ACTION elements, each in one write of its own, with the same action time; as
+  // Appends several ACTION elements, whole ones in each write, with the same action time; as
   // WriteLogEntry otherwise. With `flush` the call returns once they are on the disk. A save writes the
   // entries of its records so before it commits: after a crash at any moment every committed change has
   // its entry, and the file reads up to its last complete entry.
