@@ -98,6 +98,9 @@ void DataLayer::PublishRefreshToken() {
         exists = LCase(tables->Item(i)->Name()) == kRefreshTable;
       }
       if (!exists) {
+        if (!database->Supports(db::Feature::SchemaChanges)) {
+          throw db::EngineError(db::ErrorKind::NotSupported, "the database takes no new tables");
+        }
         // The key makes recordsets over the table updatable; the query text can be longer than a short
         // text. Built through the table definitions, so each engine picks its own column types.
         auto table = database->CreateTableDef(kRefreshTable);

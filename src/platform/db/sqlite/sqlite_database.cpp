@@ -5,6 +5,7 @@
 
 #include "platform/db/backend.h"
 #include "platform/db/errors.h"
+#include "platform/db/savepoint.h"
 #include "platform/db/sqlite/sqlite_connection.h"
 #include "platform/db/sqlite/sqlite_dialect.h"
 #include "platform/db/sqlite/sqlite_recordset.h"
@@ -13,20 +14,10 @@
 namespace quorbex::db::internal::sqlite {
 namespace {
 
-// Runs `work` inside a savepoint: all of it stays, or none of it when it throws.
+// Runs `work` inside a savepoint of the connection (schema changes that must happen whole).
 template <class Work>
 void InSavepoint(Connection& conn, Work&& work) {
-  conn.Exec("SAVEPOINT quorbex_query");
-  try {
-    work();
-  } catch (...) {
-    try {
-      conn.Exec("ROLLBACK TO quorbex_query; RELEASE quorbex_query");
-    } catch (...) {
-    }
-    throw;
-  }
-  conn.Exec("RELEASE quorbex_query");
+  internal::InSavepoint([&](const std::string& sql) { conn.Exec(sql); }, "quorbex_query", std::forward<Work>(work));
 }
 
 // Marks files this library created ("QDL1"); SQLite writes the header when it is set, so a new
