@@ -16,6 +16,7 @@ namespace quorbex::test {
 namespace {
 
 using namespace quorbex::internal;
+using Contention = DataLayerTest;
 
 constexpr int kRowsPerOwner = 20;
 constexpr double kSeconds = 3.0;
@@ -94,7 +95,7 @@ Figures Work(const std::string& path, int owner) {
   return figures;
 }
 
-TEST_F(DataLayerTest, TwoProcessesSavingIntoOneFileNeverFail) {
+TEST_F(Contention, TwoProcessesSavingIntoOneFileNeverFail) {
   for (bool wal : {false, true}) {
     SCOPED_TRACE(wal ? "WAL" : "rollback journal");
     const std::string path = dir_.File(wal ? "contended-wal.db" : "contended.db");
