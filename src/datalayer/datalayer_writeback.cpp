@@ -42,9 +42,7 @@ std::string WithoutLineComments(const std::string& sql) {
     }
     out += c;
   }
-  while (!out.empty() && (out.back() == ' ' || out.back() == '\n' || out.back() == '\r' || out.back() == '\t')) {
-    out.pop_back();
-  }
+  while (!out.empty() && IsBlank(out.back())) out.pop_back();
   return out;
 }
 

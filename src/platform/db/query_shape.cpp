@@ -4,6 +4,8 @@
 #include <array>
 #include <cctype>
 
+#include "value/text_util.h"
+
 namespace quorbex::db::internal {
 namespace {
 
@@ -32,9 +34,7 @@ class Tokenizer {
     if (IsWordByte(static_cast<unsigned char>(c))) {
       size_t begin = pos_;
       while (pos_ < sql_.size() && IsWordByte(static_cast<unsigned char>(sql_[pos_]))) ++pos_;
-      std::string word(sql_.substr(begin, pos_ - begin));
-      for (char& ch : word) ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
-      return {TokenKind::Word, std::move(word)};
+      return {TokenKind::Word, quorbex::internal::UpperAscii(sql_.substr(begin, pos_ - begin))};
     }
     ++pos_;
     return {TokenKind::Punct, std::string(1, c)};
@@ -165,7 +165,7 @@ QueryShape ReadQueryShape(std::string_view sql) {
     if (level.expect_table) {
       if (!level.opaque) {
         std::string name = token.text;
-        for (char& ch : name) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+        quorbex::internal::LowerAsciiInPlace(name);
         shape.tables.push_back(std::move(name));
       }
       level.expect_table = false;
@@ -203,7 +203,7 @@ int CountTable(std::string_view sql, const std::string& table,
 bool ShowsOneRowPerTableRow(std::string_view sql, std::string_view table,
                             const std::function<std::optional<std::string>(const std::string&)>& view_sql) {
   std::string lower(table);
-  for (char& ch : lower) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+  quorbex::internal::LowerAsciiInPlace(lower);
   return CountTable(sql, lower, view_sql, 0) == 1;
 }
 

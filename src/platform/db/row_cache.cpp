@@ -5,6 +5,7 @@
 
 #include "platform/db/errors.h"
 #include "quorbex/text.h"
+#include "value/text_util.h"
 
 namespace quorbex::db::internal {
 
@@ -208,7 +209,8 @@ std::vector<size_t> RowCache::WrittenColumns() const {
   std::vector<size_t> written;
   for (size_t j = 0; j < Width(); ++j) {
     if (!dirty_[j]) continue;
-    std::erase_if(written, [&](size_t k) { return LCase(columns_[k].origin) == LCase(columns_[j].origin); });
+    std::erase_if(written,
+                  [&](size_t k) { return quorbex::internal::SameName(columns_[k].origin, columns_[j].origin); });
     written.push_back(j);
   }
   return written;

@@ -161,15 +161,13 @@ Stored EncodeWhole(const Variant& v, int32_t code) {
       // A whole number written as text is read exactly: through a double, 9007199254740993 would
       // become 9007199254740992.
       if (v.IsString()) {
-        const std::string& text = v.AsString();
-        size_t begin = 0, end = text.size();
-        while (begin < end && text[begin] == ' ') ++begin;
-        while (end > begin && text[end - 1] == ' ') --end;
+        const std::string_view text = quorbex::internal::TrimSpaces(v.AsString());
         int64_t exact = 0;
-        const char* first = text.data() + begin + (begin < end && text[begin] == '+' ? 1 : 0);
-        auto [ptr, ec] = std::from_chars(first, text.data() + end, exact);
+        const char* first = text.data() + (!text.empty() && text.front() == '+' ? 1 : 0);
+        const char* end = text.data() + text.size();
+        auto [ptr, ec] = std::from_chars(first, end, exact);
         if (ec == std::errc::result_out_of_range) CannotStore(v, code);
-        if (ec == std::errc() && ptr == text.data() + end && first != ptr) {
+        if (ec == std::errc() && ptr == end && first != ptr) {
           value = exact;
           break;
         }
