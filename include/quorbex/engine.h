@@ -393,6 +393,10 @@ class Database : public Object {
   virtual void Close() = 0;
   // What this backend offers.
   virtual bool Supports(Feature feature) const = 0;
+  // `name` as a quoted identifier of this database's SQL, fit to stand for a table, query or column in
+  // a statement whatever characters it holds (blanks, quotes, brackets, umlauts). The default is the
+  // standard form: in double quotes, with inner double quotes doubled.
+  virtual std::string QuoteName(std::string_view name) const;
 
   // Runs one or more action statements (separated by ";"). A SELECT raises InvalidOperation
   // ("Cannot execute a select query."). Options are accepted and have no effect.

@@ -20,3 +20,6 @@
 #include "quorbex/Formula.h"
 #include "quorbex/clsPart.h"
 #include "quorbex/frmProgress.h"
+#include "quorbex/clsTableManager.h"
+#include "quorbex/clsUpdateDB.h"
+#include "quorbex/DBCompacter.h"

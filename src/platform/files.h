@@ -24,6 +24,9 @@ class FileSystem {
   virtual bool AppendFile(const std::string& path, std::string_view bytes) = 0;
   virtual bool FlushFile(const std::string& path) = 0;
   virtual std::optional<std::string> ReadFile(const std::string& path) = 0;
+  virtual bool KeepCopy(const std::string& from, const std::string& to) = 0;
+  virtual bool ReplaceFile(const std::string& from, const std::string& to) = 0;
+  virtual bool FileInUse(const std::string& path) = 0;
 };
 
 // The POSIX default. New files get mode 0666 less the process umask.
@@ -52,5 +55,19 @@ bool AppendFile(const std::string& path, std::string_view bytes);
 bool FlushFile(const std::string& path);
 // The whole content; nullopt when the file cannot be read.
 std::optional<std::string> ReadFile(const std::string& path);
+
+// Makes `to` a second complete copy of `from`, which is left untouched: a hard link where the file
+// system has them (both names then name one file), else a byte copy written beside `to` and renamed
+// into place. The new name is on disk when this returns. False when `to` exists or anything fails
+// (nothing is then left under `to`).
+bool KeepCopy(const std::string& from, const std::string& to);
+// Moves `from` to `to` in one step, replacing an existing `to`: anyone opening `to` meanwhile finds the
+// old file or the new one, never none. The move is on disk when this returns. False on any failure
+// (both files then stay as they were).
+bool ReplaceFile(const std::string& from, const std::string& to);
+// True when some process (this one included) has the file open; false for a missing file. Where the
+// kernel cannot tell (a file system without leases, a file of another user), the processes this one
+// may inspect are searched instead.
+bool FileInUse(const std::string& path);
 
 }  // namespace quorbex::platform

@@ -180,6 +180,14 @@ std::string TimeStampName() {
   return std::string("DataLayer_") + digits;
 }
 
+std::string UniqueSuffix() {
+  CivilDateTime now = ToCivil(platform::NowLocal());
+  char digits[32];
+  std::snprintf(digits, sizeof digits, "%04d%02d%02d_%02d%02d%02d", now.year % 10000, now.month % 100,
+                now.day % 100, now.hour % 100, now.minute % 100, now.second % 100);
+  return digits;
+}
+
 std::string ToText(const Variant& value) {
   try {
     return CStr(value);

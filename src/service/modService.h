@@ -59,6 +59,10 @@ std::string NewGUIDText();
 // ("DataLayer_130405"): a name for temporary objects.
 std::string TimeStampName();
 
+// The local date and time as "yyyymmdd_hhmmss" ("20261123_130405"): a suffix that tells apart the
+// files one program keeps of the same original (callers add "_2", "_3" when it is taken).
+std::string UniqueSuffix();
+
 // The value's text form; "" when it has none (Null, an object without a text default, ...). Never throws.
 std::string ToText(const Variant& value);
 // "" for Null, else the value's text form; raises AutomationError when the value has none.

@@ -75,8 +75,10 @@ TEST_P(EngineSchema, FieldsOfAnExistingTableCanBeAddedRenamedAndDropped) {
   EXPECT_FALSE(fields->Item("code")->AllowZeroLength());
   EXPECT_TRUE(fields->Item("city")->AllowZeroLength());
 
-  // Renaming a field renames the column.
+  // Renaming a field renames the column, also for a query text that ran before the change.
+  EXPECT_EQ(db->OpenRecordset("people")->Fields()->IndexOf("city"), 2);
   fields->Item("city")->Name("town");
+  EXPECT_EQ(db->OpenRecordset("people")->Fields()->IndexOf("town"), 2);
   EXPECT_TRUE(db->OpenRecordset("SELECT town FROM people WHERE id = 1")->Fields(0)->Value().SameAs(Variant("Wien")));
   EXPECT_EQ(ErrorOf([&] { db->OpenRecordset("SELECT city FROM people"); }).Kind(), ErrorKind::NoSuchObject);
 
@@ -130,6 +132,7 @@ TEST_P(EngineSchema, IndexesAreCreatedPerTable) {
   db->TableDefs()->Item("people")->Fields()->Delete("name");
 
   auto def = db->TableDefs()->Item("orders");
+  ErrorOf([&] { set_index("orders", "no_such_column", false); });  // refused, not indexing a constant
   auto empty = def->CreateIndex("nothing");
   EXPECT_EQ(ErrorOf([&] { def->Indexes()->Append(empty); }).Kind(), ErrorKind::InvalidOperation);
 

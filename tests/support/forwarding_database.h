@@ -5,6 +5,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "quorbex/engine.h"
 
@@ -20,6 +21,7 @@ class ForwardingDatabase : public db::Database {
   bool Updatable() const override { return target_->Updatable(); }
   void Close() override { target_->Close(); }
   bool Supports(db::Feature feature) const override { return target_->Supports(feature); }
+  std::string QuoteName(std::string_view name) const override { return target_->QuoteName(name); }
   void Execute(const std::string& query, int32_t options) override { target_->Execute(query, options); }
   int32_t RecordsAffected() const override { return target_->RecordsAffected(); }
   std::shared_ptr<db::Recordset> OpenRecordset(const std::string& name, int32_t type, int32_t options) override {

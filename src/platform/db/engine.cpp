@@ -160,6 +160,15 @@ void DBEngine::BusyTimeout(int32_t lngMilliseconds) { busy_timeout_ms_ = lngMill
 
 // ---- defaults of the base classes ----------------------------------------------------------------
 
+std::string Database::QuoteName(std::string_view name) const {
+  std::string quoted = "\"";
+  for (char c : name) {
+    quoted += c;
+    if (c == '"') quoted += '"';
+  }
+  return quoted + "\"";
+}
+
 std::shared_ptr<Recordset> Database::OpenRecordset(const std::string&, std::span<const Variant>, int32_t, int32_t) {
   Raise(ErrorKind::NotSupported, "This database does not take query parameters.");
 }

@@ -45,7 +45,24 @@ void RaiseSqlite(int rc, std::string_view message, const std::string& path, int 
 }
 
 Connection::Connection(sqlite3* db, std::string path, int busy_ms)
-    : db_(db), path_(std::move(path)), busy_ms_(busy_ms) {}
+    : db_(db), path_(std::move(path)), busy_ms_(busy_ms) {
+  // An idle pooled statement keeps the column names and types of the schema it was prepared on until
+  // it is stepped again, and a recordset describes its columns before the first step. So the pool is
+  // emptied whenever this connection prepares a statement that changes the schema; SQLite reports
+  // each such statement to the authorizer while preparing it.
+  sqlite3_set_authorizer(
+      db_,
+      [](void* self, int action, const char*, const char*, const char*, const char*) -> int {
+        const bool changes_schema = (action >= SQLITE_CREATE_INDEX && action <= SQLITE_CREATE_VIEW) ||
+                                    (action >= SQLITE_DROP_INDEX && action <= SQLITE_DROP_VIEW) ||
+                                    action == SQLITE_ALTER_TABLE || action == SQLITE_ATTACH ||
+                                    action == SQLITE_DETACH || action == SQLITE_CREATE_VTABLE ||
+                                    action == SQLITE_DROP_VTABLE;
+        if (changes_schema) static_cast<Connection*>(self)->schema_changing_ = true;
+        return SQLITE_OK;
+      },
+      this);
+}
 
 Connection::~Connection() { Close(); }
 
@@ -73,9 +90,12 @@ sqlite3* Connection::Handle() const {
 
 bool Connection::ReadOnly() const { return sqlite3_db_readonly(Handle(), "main") == 1; }
 
-StmtPool::~StmtPool() {
-  for (auto& [text, idle] : this->idle) sqlite3_finalize(idle.stmt);
+void StmtPool::Flush() {
+  for (auto& [text, statement] : idle) sqlite3_finalize(statement.stmt);
+  idle.clear();
 }
+
+StmtPool::~StmtPool() { Flush(); }
 
 void StmtDeleter::operator()(sqlite3_stmt* stmt) const {
   auto owner = pool.lock();
@@ -105,6 +125,10 @@ Stmt Connection::Prepare(std::string_view sql, std::string_view* tail) const {
     sqlite3_finalize(stmt);
     RaiseSqlite(rc, sqlite3_errmsg(handle), path_, MillisecondsSince(start));
   }
+  if (schema_changing_) {
+    schema_changing_ = false;
+    pool_->Flush();
+  }
   const auto tail_offset = static_cast<size_t>(end - sql.data());
   if (tail != nullptr) *tail = sql.substr(tail_offset);
   if (stmt == nullptr) return Stmt(nullptr, StmtDeleter{});
@@ -116,6 +140,11 @@ int Connection::Step(sqlite3_stmt* stmt) const {
   // ends busy: a lock SQLite must not wait for (to avoid a deadlock) fails at once, and says so.
   const auto start = std::chrono::steady_clock::now();
   int rc = sqlite3_step(stmt);
+  if (schema_changing_) {
+    // A pooled schema statement was prepared again inside the step.
+    schema_changing_ = false;
+    pool_->Flush();
+  }
   if (rc == SQLITE_ROW || rc == SQLITE_DONE) return rc;
   std::string message = sqlite3_errmsg(db_);
   sqlite3_reset(stmt);

@@ -31,6 +31,8 @@ struct StmtPool {
   std::unordered_multimap<std::string, Idle> idle;
   bool closed = false;
   static constexpr size_t kLimit = 64;
+  // Finalizes every idle statement.
+  void Flush();
   ~StmtPool();
 };
 
@@ -97,6 +99,8 @@ class Connection {
   uint32_t busy_jitter_ = 0;
   std::vector<std::weak_ptr<Closable>> items_;
   std::shared_ptr<StmtPool> pool_ = std::make_shared<StmtPool>();
+  // Set while preparing a statement that changes the schema (see the constructor).
+  mutable bool schema_changing_ = false;
   mutable std::unordered_map<std::string, std::pair<int64_t, std::shared_ptr<const void>>> facts_;
 };
 

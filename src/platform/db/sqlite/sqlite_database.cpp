@@ -289,6 +289,10 @@ std::shared_ptr<Connection> Connect(const std::string& path, int flags, int busy
     RaiseSqlite(rc, message, path, busy_ms);
   }
   sqlite3_extended_result_codes(db, 1);
+  // In schema statements a double-quoted name is a name, never a text: otherwise an index "on" a
+  // column that does not exist silently indexes the constant text instead. Queries keep reading
+  // "text" as a text where no column has that name, as the classic SQL dialect writes texts.
+  sqlite3_db_config(db, SQLITE_DBCONFIG_DQS_DDL, 0, nullptr);
   // Savepoints keep a statement journal per write; in memory it costs no file writes. Large sorts use
   // memory too, which an in-process library working on in-memory tables can afford.
   sqlite3_exec(db, "PRAGMA temp_store = MEMORY", nullptr, nullptr, nullptr);
