@@ -43,7 +43,8 @@ TEST_P(SchemaPerBackend, UpdateScriptsApplyEachActionOnceAndInOrder) {
   EXPECT_EQ(manager->GetFieldTypeEnum("Kunde", "Umsatz"), db::dbDouble);
   EXPECT_TRUE(database_->TableDefs()->Item("Kunde")->Indexes()->Item("indexName")->Primary());
   EXPECT_EQ(database_->TableDefs()->Item("sys_quorbexdatalayer")->Indexes()->Item("indexid")->Primary(), true);
-  for (const std::string& name : *manager->TableList()) EXPECT_NE(name, "never");
+  const auto tables = manager->TableList();
+  for (const std::string& name : *tables) EXPECT_NE(name, "never");
   EXPECT_EQ(box_->Count(), 0u);
 
   // A second run of the same list finds nothing new; a later action joins it.
