@@ -134,8 +134,14 @@ TEST_F(SchemaFiles, DBCompacterRefusesAndNumbersItsReasons) {
                                          dir_.File("missing.mdb") + "': "),
             std::string::npos)
       << compacter.ErrorStatus();
+  WriteBytes(dir_.File("notes.mdb"), "just some text, not a database");
+  EXPECT_FALSE(compacter.CompactAndRepair(dir_.File("notes.mdb")));
+  EXPECT_NE(compacter.ErrorStatus().find("6) Error when compacting database (DAO.Compactdatabase) '" +
+                                         dir_.File("notes.mdb") + "': Unrecognized database format"),
+            std::string::npos)
+      << compacter.ErrorStatus();
   EXPECT_EQ(compacter.RenamedOriginalDatabaseName(), "");
-  EXPECT_EQ(std::distance(fs::directory_iterator(dir_.Path()), fs::directory_iterator()), 1) << "nothing touched";
+  EXPECT_EQ(std::distance(fs::directory_iterator(dir_.Path()), fs::directory_iterator()), 2) << "nothing touched";
   EXPECT_EQ(box_->Count(), 0u);
 }
 
