@@ -9,6 +9,7 @@
 #include "platform/settings.h"
 #include "quorbex/DataLayer.h"
 #include "service/clsLog.h"
+#include "service/database_binding.h"
 #include "service/modService.h"
 #include "service/thread_state.h"
 #include "value/failure.h"
@@ -73,14 +74,12 @@ void DataLayer::SetDatabase(ByRef<std::shared_ptr<db::Database>> dbDatabase) {
 }
 
 void DataLayer::OpenDatabase(const std::string& path, bool set_bound_flag) {
-  auto database = db::DBEngine::Default()->OpenDatabase(path);
-  State().current_database = std::move(database);
-  if (set_bound_flag) State().database_set = true;
+  OpenCurrentDatabase(path, set_bound_flag);
 }
 
 void DataLayer::SetDatabaseByPath(const std::string& DBPath) {
   try {
-    OpenDatabase(DBPath, true);
+    OpenCurrentDatabase(DBPath);
   } catch (const std::exception& e) {
     ErrorStatus(internal::OperationError("Fehler beim Öffnen der angegebenen Datenbank", e));
   }
@@ -89,21 +88,8 @@ void DataLayer::SetDatabaseByPath(const std::string& DBPath) {
 void DataLayer::SetDatabaseByPathAndWorkgroup(const std::string& DBPath, const std::string& WorkGroupPath,
                                               const std::string& strUsername, const std::string& strPassword) {
   try {
-    ThreadState& state = State();
-    db::DBEngine& engine = *db::DBEngine::Default();
-    if (!WorkGroupPath.empty()) {
-      engine.SystemDB(WorkGroupPath);
-      state.workgroup_path = WorkGroupPath;
-    }
-    if (!strUsername.empty()) {
-      engine.DefaultUser(strUsername);
-      state.default_user = strUsername;
-    }
-    if (!strPassword.empty()) {
-      engine.DefaultPassword(strPassword);
-      state.default_password = strPassword;
-    }
-    OpenDatabase(DBPath, true);
+    UseWorkgroup(WorkGroupPath, strUsername, strPassword);
+    OpenCurrentDatabase(DBPath);
   } catch (const std::exception& e) {
     ErrorStatus(internal::OperationError("Fehler beim Öffnen der angegebenen Datenbank", e));
   }

@@ -10,6 +10,7 @@
 #include "quorbex/engine.h"
 #include "quorbex/errors.h"
 #include "schema/file_compaction.h"
+#include "service/database_binding.h"
 #include "service/modService.h"
 #include "service/thread_state.h"
 #include "value/failure.h"
@@ -42,12 +43,6 @@ db::Database& CurrentDatabase() {
   return *database;
 }
 
-void OpenCurrentDatabase(const std::string& path) {
-  auto database = db::DBEngine::Default()->OpenDatabase(path);
-  State().current_database = std::move(database);
-  State().database_set = true;
-}
-
 // The table walk of the classic table manager, kept as it was: positions 1 up to the count, names
 // compared exactly (letter case included). Position 0 is never examined; the engine lists its own
 // tables first, so that is never a user table. Without a match the walk asks for the position equal to
@@ -78,13 +73,8 @@ clsTableManager::clsTableManager() {
   constexpr const char* kSection = "Settings";
   const std::string path = platform::GetSetting(kApp, kSection, "DBPath");
   if (path.empty()) return;
-  db::DBEngine& engine = *db::DBEngine::Default();
-  const std::string workgroup = platform::GetSetting(kApp, kSection, "Workgroup");
-  const std::string user = platform::GetSetting(kApp, kSection, "Username");
-  const std::string password = platform::GetSetting(kApp, kSection, "Password");
-  if (!workgroup.empty()) engine.SystemDB(workgroup);
-  if (!user.empty()) engine.DefaultUser(user);
-  if (!password.empty()) engine.DefaultPassword(password);
+  UseWorkgroup(platform::GetSetting(kApp, kSection, "Workgroup"), platform::GetSetting(kApp, kSection, "Username"),
+               platform::GetSetting(kApp, kSection, "Password"));
   try {
     OpenCurrentDatabase(path);
   } catch (const std::exception& e) {
@@ -122,20 +112,7 @@ Variant clsTableManager::SetDatabaseByPathAndWorkgroup(const std::string& DBPath
                                                        const std::string& strUsername,
                                                        const std::string& strPassword) {
   try {
-    ThreadState& state = State();
-    db::DBEngine& engine = *db::DBEngine::Default();
-    if (!WorkGroupPath.empty()) {
-      engine.SystemDB(WorkGroupPath);
-      state.workgroup_path = WorkGroupPath;
-    }
-    if (!strUsername.empty()) {
-      engine.DefaultUser(strUsername);
-      state.default_user = strUsername;
-    }
-    if (!strPassword.empty()) {
-      engine.DefaultPassword(strPassword);
-      state.default_password = strPassword;
-    }
+    UseWorkgroup(WorkGroupPath, strUsername, strPassword);
     OpenCurrentDatabase(DBPath);
   } catch (const std::exception& e) {
     ErrorStatus = kOpenFailed + FailureDescription(e);

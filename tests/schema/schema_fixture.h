@@ -1,7 +1,7 @@
-// Schema tests: a fresh per-thread state, settings in memory, a recording message box, and a new
-// database of the backend under test bound as the thread's current database, the way a DataLayer binds
-// it. SchemaPerBackend runs on every writable backend; the cases that need database files ask the
-// context whether it has them.
+// Schema tests: a fresh per-thread state, settings in memory, a recording message box and a temporary
+// folder. SchemaPerBackend also binds a new database of the backend under test as the thread's current
+// database, the way a DataLayer binds it, and runs on every writable backend; SchemaFiles binds nothing
+// and works with database files.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -20,70 +20,52 @@
 
 namespace quorbex::test {
 
+// What every schema test starts from; the state is cleared again when it ends.
+struct SchemaEnvironment {
+  SchemaEnvironment() {
+    internal::State() = internal::ThreadState{};
+    internal::State().log_disabled = true;
+  }
+  ~SchemaEnvironment() { internal::State() = internal::ThreadState{}; }
+
+  std::shared_ptr<MemorySettingsStore> settings = std::make_shared<MemorySettingsStore>();
+  std::shared_ptr<FakeMessageBox> box = std::make_shared<FakeMessageBox>();
+  TempDir dir;
+  platform::SettingsScope settings_scope{settings};
+  platform::MessageBoxScope box_scope{box};
+};
+
 class SchemaPerBackend : public ::testing::TestWithParam<db::test::ContextFactory> {
  protected:
   void SetUp() override {
-    internal::State() = internal::ThreadState{};
-    settings_ = std::make_shared<MemorySettingsStore>();
-    settings_scope_ = std::make_unique<platform::SettingsScope>(settings_);
-    box_ = std::make_shared<FakeMessageBox>();
-    box_scope_ = std::make_unique<platform::MessageBoxScope>(box_);
     context_ = GetParam().make();
     if (const std::string why = context_->Unavailable(); !why.empty()) {
       GTEST_SKIP() << context_->Name() << " unavailable: " << why;
     }
     database_ = context_->NewDatabase();
-    Bind(database_);
-    internal::State().log_disabled = true;
-  }
-
-  void TearDown() override {
-    internal::State() = internal::ThreadState{};
-  }
-
-  static void Bind(std::shared_ptr<db::Database> database) {
-    internal::State().current_database = std::move(database);
+    internal::State().current_database = database_;
     internal::State().database_set = true;
   }
 
+  // A table manager that leaves the test's database open when it ends.
   std::shared_ptr<clsTableManager> Manager() {
     auto manager = std::make_shared<clsTableManager>();
     manager->KeepDBOpen = true;
     return manager;
   }
 
-  std::shared_ptr<db::Database> database_;
+  SchemaEnvironment env_;
+  std::shared_ptr<FakeMessageBox>& box_ = env_.box;
   std::shared_ptr<db::test::TestContext> context_;
-  std::shared_ptr<MemorySettingsStore> settings_;
-  std::shared_ptr<FakeMessageBox> box_;
-  TempDir dir_;
-
- private:
-  std::unique_ptr<platform::SettingsScope> settings_scope_;
-  std::unique_ptr<platform::MessageBoxScope> box_scope_;
+  std::shared_ptr<db::Database> database_;
 };
 
-// A fresh per-thread state with settings in memory, a recording message box and a temporary folder;
-// no database is bound.
 class SchemaFiles : public ::testing::Test {
  protected:
-  void SetUp() override {
-    internal::State() = internal::ThreadState{};
-    internal::State().log_disabled = true;
-    settings_ = std::make_shared<MemorySettingsStore>();
-    settings_scope_ = std::make_unique<platform::SettingsScope>(settings_);
-    box_ = std::make_shared<FakeMessageBox>();
-    box_scope_ = std::make_unique<platform::MessageBoxScope>(box_);
-  }
-  void TearDown() override { internal::State() = internal::ThreadState{}; }
-
-  std::shared_ptr<MemorySettingsStore> settings_;
-  std::shared_ptr<FakeMessageBox> box_;
-  TempDir dir_;
-
- private:
-  std::unique_ptr<platform::SettingsScope> settings_scope_;
-  std::unique_ptr<platform::MessageBoxScope> box_scope_;
+  SchemaEnvironment env_;
+  std::shared_ptr<MemorySettingsStore>& settings_ = env_.settings;
+  std::shared_ptr<FakeMessageBox>& box_ = env_.box;
+  TempDir& dir_ = env_.dir;
 };
 
 }  // namespace quorbex::test
