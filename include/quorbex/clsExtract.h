@@ -99,7 +99,7 @@ class clsExtract : public Object, public std::enable_shared_from_this<clsExtract
 
   // ---- Fields of the current record ---------------------------------------------------------------
   // The value (Null reads as "") of the first field of the current record whose name, trimmed of
-  // blanks and upper-cased, equals `strFieldname` trimmed and upper-cased; Empty when there is none,
+  // spaces and upper-cased, equals `strFieldname` trimmed and upper-cased; Empty when there is none,
   // without a report. Raises 9 when the cursor stands on no record.
   Variant FieldValue(const std::string& strFieldname);
   // Stores `varValue` in the first field of the current record whose name is exactly `strFieldname`

@@ -16,6 +16,7 @@
 #include "quorbex/DataLayer.h"
 #include "quorbex/clsAnalyzer.h"
 #include "quorbex/clsExtractManager.h"
+#include "quorbex/clsOfflineRecordset.h"
 #include "service/modService.h"
 #include "service/thread_state.h"
 #include "support/error_of.h"
@@ -385,6 +386,32 @@ TEST(clsExtract, SortOrdersAsTheDataLayerDoesWithinTheSubset) {
       EXPECT_EQ(Column(*whole, "ID"), Column(*sorted, "ID")) << field << (ascending ? " asc" : " desc");
     }
   }
+}
+
+// Counts the displays a sort opens and what they are told.
+class CountingProgress final : public clsOfflineRecordset::SortProgress {
+ public:
+  explicit CountingProgress(std::vector<std::string>& texts) : texts_(texts) {}
+  void SetProgress(int32_t, int32_t, const std::string& description) override { texts_.push_back(description); }
+  void Unload() override { texts_.push_back("unloaded"); }
+
+ private:
+  std::vector<std::string>& texts_;
+};
+
+TEST(clsExtract, SortShowsItsProgressOnlyWhenAsked) {
+  Surroundings s;
+  std::vector<std::string> texts;
+  clsOfflineRecordset::InstallSortProgress([&] { return std::make_unique<CountingProgress>(texts); });
+  auto layer = Shop();
+  auto extract = layer->Extract()->Extracts(layer->Extract()->ExtractRecords("ID", ">", 0));
+  extract->SortRecordset("Name", false, true);
+  EXPECT_TRUE(texts.empty());
+  extract->SortRecordset("Name", false, true, false, true);
+  clsOfflineRecordset::InstallSortProgress(nullptr);
+  ASSERT_GE(texts.size(), 2u);
+  EXPECT_EQ(texts.front(), "Sortiere...");
+  EXPECT_EQ(texts.back(), "unloaded");
 }
 
 TEST(clsExtract, SortStopsAtARecordWithoutTheField) {
