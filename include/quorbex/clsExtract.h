@@ -81,9 +81,9 @@ class clsExtract : public Object, public std::enable_shared_from_this<clsExtract
   // CR LF "Records will only be removed in the extract and not in the datalayer." Raises 9 when the
   // cursor stands on no record.
   void RemoveRecord(bool ShowMessage = false);
-  // Removes from the list every record whose value of the field (found as FieldValue finds it) is
-  // "=" / ">" / "<" / "<>" `varValue` by the classic variant comparison (a Null on either side never
-  // matches, texts compare case-sensitively, a missing field reads as Empty); any other operator
+  // Removes from the list every record whose value of the field, read as FieldValue reads it (a Null
+  // as "", a field the record lacks as Empty), is "=" / ">" / "<" / "<>" `varValue` by the classic
+  // variant comparison (texts case-sensitively; a Null `varValue` matches nothing); any other operator
   // removes nothing. One pass over the list. The cursor ends on 1. Returns Empty. A comparison that
   // raises ends the call with that error: the matching records before it are gone, it and the rest stay.
   Variant SubductRecords(const std::string& strFieldname, const std::string& strOperator, const Variant& varValue);
