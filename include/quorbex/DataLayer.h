@@ -34,6 +34,7 @@ class SaveRun;
 class UnfilteredCopy;
 }  // namespace internal
 class clsAnalyzer;
+class clsExtractManager;
 class ListControl;
 
 class DataLayer : public Object, public std::enable_shared_from_this<DataLayer> {
@@ -243,6 +244,11 @@ class DataLayer : public Object, public std::enable_shared_from_this<DataLayer> 
   // The analyzer over this object's records (its record collection and back references set).
   std::shared_ptr<clsAnalyzer> Analyzer();
 
+  // ---- Extracts -------------------------------------------------------------------------------------
+  // The extract manager of this object (clsExtractManager.h), made on first use with this object as its
+  // ParentDL, and kept until this object ends.
+  std::shared_ptr<clsExtractManager> Extract();
+
  protected:
   // Turns the refresh-token publishing of Save on or off; the refresh timer uses it.
   void SetRefreshTimerActive(bool active) { refresh_timer_active_ = active; }
@@ -278,6 +284,7 @@ class DataLayer : public Object, public std::enable_shared_from_this<DataLayer> 
   bool filter_active_ = false;
   std::unique_ptr<internal::UnfilteredCopy> unfiltered_;
   std::shared_ptr<clsAnalyzer> analyzer_;
+  std::shared_ptr<clsExtractManager> extract_manager_;
 };
 
 }  // namespace quorbex

@@ -15,6 +15,8 @@
 #include "quorbex/clsOfflineRecordset.h"
 #include "quorbex/DataLayer.h"
 #include "quorbex/clsAnalyzer.h"
+#include "quorbex/clsExtractManager.h"
+#include "quorbex/clsExtract.h"
 #include "quorbex/clsFilter.h"
 #include "quorbex/ListControl.h"
 #include "quorbex/Formula.h"

@@ -1,6 +1,7 @@
 #include "quorbex/clsOfflineRecordset.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <exception>
 #include <limits>
 #include <new>
@@ -35,9 +36,9 @@ namespace {
 // Whether the record at `position` (1-based, counted) matches the filter: the test both filter
 // operations make, raising as they document when the record or its field is missing.
 bool RecordMatches(const clsOfflineRecordset::RecordCollectionType& records, int32_t position,
-                   int32_t field_id, const std::string& op, const Variant& compare_value, const char* source) {
+                   int32_t field_id, internal::ValueTest& test, const char* source) {
   const std::shared_ptr<clsOfflineRecord>& record = records.Item(position);  // 9 when missing
-  return internal::FieldMatches(record.get(), field_id, op, compare_value, source);
+  return internal::FieldMatches(record.get(), field_id, test, source);
 }
 
 }  // namespace
@@ -47,11 +48,21 @@ std::shared_ptr<clsOfflineRecordset::RecordCollectionType> clsOfflineRecordset::
   if (lngFilterFieldID == 0) return nullptr;
   constexpr const char* kSource = "clsOfflineRecordset.GetHitRecords";
   try {
-    auto hits = std::make_shared<RecordCollectionType>();
+    // The tests first, then the hits into a collection of their exact size: growing it hit by hit
+    // would copy the collection again and again, which cost more than the tests themselves.
+    internal::ValueTest test(varCompareValue, strOperator);
+    std::vector<uint8_t> hit(static_cast<size_t>(std::max(record_count_, 0)), 0);
+    size_t count = 0;
     for (int32_t i = 1; i <= record_count_; ++i) {
-      if (RecordMatches(*records_, i, lngFilterFieldID, strOperator, varCompareValue, kSource)) {
-        hits->Add(records_->Items()[static_cast<size_t>(i - 1)]);
+      if (RecordMatches(*records_, i, lngFilterFieldID, test, kSource)) {
+        hit[static_cast<size_t>(i - 1)] = 1;
+        ++count;
       }
+    }
+    auto hits = std::make_shared<RecordCollectionType>();
+    hits->Reserve(count);
+    for (size_t i = 0; i < hit.size(); ++i) {
+      if (hit[i]) hits->Items().push_back(records_->Items()[i]);
     }
     return hits;
   } catch (const std::bad_alloc&) {
@@ -85,8 +96,9 @@ Variant clsOfflineRecordset::DeleteOutfilteredRecords(int32_t lngFilterFieldID, 
   try {
     // A count above the collection fails on its first test, before anything is marked.
     doomed.assign(std::min(static_cast<size_t>(record_count_), records_->Items().size()), false);
+    internal::ValueTest test(varCompareValue, strOperator);
     for (int32_t i = record_count_; i >= 1; --i) {
-      if (RecordMatches(*records_, i, lngFilterFieldID, strOperator, varCompareValue, kSource)) {
+      if (RecordMatches(*records_, i, lngFilterFieldID, test, kSource)) {
         doomed[static_cast<size_t>(i - 1)] = true;
         ++removed;
       }

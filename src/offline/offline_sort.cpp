@@ -403,37 +403,9 @@ Variant clsOfflineRecordset::RecordsetSort(ByRef<int32_t> lngFieldColumn, ByRef<
   SettleDirection(*bolAsc, *bolDesc);
   const int32_t column = *lngFieldColumn;
   if (column < 1) return {};
-  const bool ascending = *bolAsc;
-  const bool numbers = *bolNumberOnly;
-  RecordList& records = records_->Items();
-  const size_t count = CountedRecords(record_count_);
-  try {
-    // Work: computing the keys is one half, sorting and placing the records the other.
-    Progress progress(*WithProgressBar, 2 * count);
-    if (count < 2) {
-      progress.Done(2 * count + 1);  // one pass without a single comparison
-      return {};
-    }
-
-    size_t first_short = 0;
-    while (first_short < count && HasColumn(records, first_short, column)) ++first_short;
-    if (first_short < count) {
-      // Every record takes part in the first pass, so the exchange sort always meets the short record
-      // there, after the neighbours before it have been compared: it ends with the error then.
-      progress.Done(1);
-      FirstPassBefore(records, first_short, column, ascending, numbers);
-      AppendErrorStatus(kShortRecordText + std::to_string(column));
-      return {};
-    }
-    if (numbers) {
-      SortByNumber(records, count, column, ascending, progress);
-    } else {
-      SortByText(records, count, column, ascending, progress);
-    }
-  } catch (const std::bad_alloc&) {
-    internal::RaiseOutOfMemory("clsOfflineRecordset.RecordsetSort");
-  } catch (const std::length_error&) {
-    internal::RaiseOutOfMemory("clsOfflineRecordset.RecordsetSort");
+  if (!internal::SortRecordList(records_->Items(), CountedRecords(record_count_), column, *bolAsc, *bolNumberOnly,
+                                *WithProgressBar, "clsOfflineRecordset.RecordsetSort")) {
+    AppendErrorStatus(kShortRecordText + std::to_string(column));
   }
   return {};
 }
@@ -485,6 +457,39 @@ Variant clsOfflineRecordset::RecordsetInnerSort(ByRef<int32_t> lngFieldColSorted
 }
 
 namespace internal {
+
+bool SortRecordList(std::vector<std::shared_ptr<clsOfflineRecord>>& records, size_t count, int32_t column,
+                    bool ascending, bool numbers, bool with_progress, const char* source) {
+  if (column < 1) return true;
+  try {
+    // Work: computing the keys is one half, sorting and placing the records the other.
+    Progress progress(with_progress, 2 * count);
+    if (count < 2) {
+      progress.Done(2 * count + 1);  // one pass without a single comparison
+      return true;
+    }
+
+    size_t first_short = 0;
+    while (first_short < count && HasColumn(records, first_short, column)) ++first_short;
+    if (first_short < count) {
+      // Every record takes part in the first pass, so the exchange sort always meets the short record
+      // there, after the neighbours before it have been compared: it ends with the error then.
+      progress.Done(1);
+      FirstPassBefore(records, first_short, column, ascending, numbers);
+      return false;
+    }
+    if (numbers) {
+      SortByNumber(records, count, column, ascending, progress);
+    } else {
+      SortByText(records, count, column, ascending, progress);
+    }
+  } catch (const std::bad_alloc&) {
+    RaiseOutOfMemory(source);
+  } catch (const std::length_error&) {
+    RaiseOutOfMemory(source);
+  }
+  return true;
+}
 
 std::optional<std::vector<uint32_t>> AscendingTextOrder(const clsOfflineRecordset& recordset, int32_t column) {
   if (column < 1) return std::nullopt;

@@ -9,8 +9,13 @@ bool FieldMatches(const clsOfflineRecord* record, int32_t field_id, const std::s
                   const Variant& compare_value, const char* source) {
   const clsOfflineField* field = record != nullptr ? record->FieldAt(field_id) : nullptr;
   if (field == nullptr) RaiseObjectNotSet(source);
-  static const Variant kEmptyText{std::string()};
-  return CompareValues(field->varValue.IsNull() ? kEmptyText : field->varValue, compare_value, op);
+  return CompareValues(field->varValue, compare_value, op);  // reads a Null as "" itself
+}
+
+bool FieldMatches(const clsOfflineRecord* record, int32_t field_id, ValueTest& test, const char* source) {
+  const clsOfflineField* field = record != nullptr ? record->FieldAt(field_id) : nullptr;
+  if (field == nullptr) RaiseObjectNotSet(source);
+  return test.Matches(field->varValue);
 }
 
 }  // namespace quorbex::internal

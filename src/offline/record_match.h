@@ -6,6 +6,7 @@
 
 #include "quorbex/clsOfflineRecord.h"
 #include "quorbex/variant.h"
+#include "service/modService.h"
 
 namespace quorbex::internal {
 
@@ -14,5 +15,7 @@ namespace quorbex::internal {
 // record or the field is not there, and whatever CompareValues raises.
 bool FieldMatches(const clsOfflineRecord* record, int32_t field_id, const std::string& op,
                   const Variant& compare_value, const char* source);
+// The same with the compare value and the operator prepared once, for a pass over many records.
+bool FieldMatches(const clsOfflineRecord* record, int32_t field_id, ValueTest& test, const char* source);
 
 }  // namespace quorbex::internal

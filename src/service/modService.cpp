@@ -78,8 +78,6 @@ std::string HexByte(uint8_t byte) {
   return {kDigits[byte >> 4], kDigits[byte & 0x0F]};
 }
 
-enum class CompareMode { Text, EndsWith, StartsWith, Contains, Date, Number };
-
 template <class T>
 bool ApplyOperator(const T& a, const T& b, const std::string& op) {
   if (op == "=") return a == b;
@@ -223,50 +221,118 @@ bool CompareTexts(std::string_view a, std::string_view b, const std::string& str
 }
 
 bool CompareValues(const Variant& value, const Variant& compareValue, const std::string& strOperator) {
-  const Variant empty_text{std::string()};
-  const Variant& left = value.IsNull() ? empty_text : value;
-  const Variant& right = compareValue.IsNull() ? empty_text : compareValue;
+  return ValueTest(compareValue, strOperator).Matches(value);
+}
 
+namespace {
+
+const Variant& NullAsEmptyText(const Variant& value) {
+  static const Variant kEmptyText{std::string()};
+  return value.IsNull() ? kEmptyText : value;
+}
+
+}  // namespace
+
+ValueTest::ValueTest(const Variant& compareValue, const std::string& strOperator)
+    : right_(NullAsEmptyText(compareValue)), pattern_(ToText(right_)) {
+  if (strOperator == "=") op_ = Operator::Equal;
+  else if (strOperator == "<>") op_ = Operator::Differ;
+  else if (strOperator == ">") op_ = Operator::Greater;
+  else if (strOperator == ">=") op_ = Operator::GreaterOrEqual;
+  else if (strOperator == "<") op_ = Operator::Less;
+  else if (strOperator == "<=") op_ = Operator::LessOrEqual;
   // The wildcard test looks at the compare value's text form; one without a text form has no "*".
-  const std::string pattern = ToText(right);
-  CompareMode mode = CompareMode::Text;
-  const bool leading_star = !pattern.empty() && pattern.front() == '*';
-  const bool trailing_star = !pattern.empty() && pattern.back() == '*';
-  if (leading_star) mode = CompareMode::EndsWith;
-  if (trailing_star) mode = CompareMode::StartsWith;
-  if (leading_star && trailing_star) mode = CompareMode::Contains;
-  if (IsDate(left) && IsDate(right)) mode = CompareMode::Date;
-  if (IsNumeric(left) && IsNumeric(right)) mode = CompareMode::Number;
+  const bool leading_star = !pattern_.empty() && pattern_.front() == '*';
+  const bool trailing_star = !pattern_.empty() && pattern_.back() == '*';
+  if (leading_star) wildcard_ = Wildcard::EndsWith;
+  if (trailing_star) wildcard_ = Wildcard::StartsWith;
+  if (leading_star && trailing_star) wildcard_ = Wildcard::Contains;
+}
 
-  switch (mode) {
-    case CompareMode::Number:
-      return CompareNumbers(CDbl(left), CDbl(right), strOperator);
-    case CompareMode::Date:
-      return CompareDates(CDate(left), CDate(right), strOperator);
-    case CompareMode::EndsWith: {
-      std::string wanted = UCase(Mid(pattern, 2));
-      std::string tail = UCase(Right(CStr(left), Len(wanted)));
-      return CompareTexts(tail, wanted, strOperator);
-    }
-    case CompareMode::StartsWith: {
-      std::string wanted = UCase(Left(pattern, Len(pattern) - 1));
-      std::string head = UCase(Left(CStr(left), Len(wanted)));
-      return CompareTexts(head, wanted, strOperator);
-    }
-    case CompareMode::Contains: {
-      // A lone "*" is both first and last character: the middle would have length -1.
-      const int32_t middle = Len(pattern) - 2;
-      if (middle < 0) RaiseRuntimeError(errnum::kInvalidProcedureCall);
-      std::string wanted = UCase(Mid(pattern, 2, middle));
-      std::string whole = UCase(CStr(left));
-      // Found: the value's operand is the occurrence itself, which equals the wanted text.
-      if (whole.find(wanted) != std::string::npos) return CompareTexts(wanted, wanted, strOperator);
-      return CompareTexts(whole, wanted, strOperator);
-    }
-    case CompareMode::Text:
-      break;
+template <class T>
+bool ValueTest::Apply(const T& a, const T& b) const {
+  switch (op_) {
+    case Operator::Equal: return a == b;
+    case Operator::Differ: return a != b;
+    case Operator::Greater: return a > b;
+    case Operator::GreaterOrEqual: return a >= b;
+    case Operator::Less: return a < b;
+    case Operator::LessOrEqual: return a <= b;
+    case Operator::None: break;
   }
-  return CompareTexts(UCase(CStr(left)), UCase(CStr(right)), strOperator);
+  return false;
+}
+
+const std::string& ValueTest::Wanted() {
+  if (!wanted_) {
+    switch (wildcard_) {
+      case Wildcard::EndsWith: wanted_ = UCase(Mid(pattern_, 2)); break;
+      case Wildcard::StartsWith: wanted_ = UCase(Left(pattern_, Len(pattern_) - 1)); break;
+      case Wildcard::Contains: {
+        // A lone "*" is both first and last character: the middle would have length -1.
+        const int32_t middle = Len(pattern_) - 2;
+        if (middle < 0) RaiseRuntimeError(errnum::kInvalidProcedureCall);
+        wanted_ = UCase(Mid(pattern_, 2, middle));
+        break;
+      }
+      case Wildcard::None: wanted_ = std::string(); break;
+    }
+  }
+  return *wanted_;
+}
+
+bool ValueTest::Matches(const Variant& value) {
+  const Variant& left = NullAsEmptyText(value);
+  // Two numbers compare as numbers, else two dates as dates, whatever the pattern says. The compare
+  // value's side of each test is made once, when first asked. The plain number kinds, the bulk of
+  // what filters meet, are read without the general conversion.
+  std::optional<double> plain;
+  switch (left.Type()) {
+    case VarType::Long: plain = left.AsLong(); break;
+    case VarType::Double: plain = left.AsDouble(); break;
+    case VarType::Integer: plain = left.AsInteger(); break;
+    case VarType::Byte: plain = left.AsByte(); break;
+    case VarType::Single: plain = left.AsSingle(); break;
+    default: break;
+  }
+  if (plain || IsNumeric(left)) {
+    if (!right_is_number_) right_is_number_ = IsNumeric(right_);
+    if (*right_is_number_) {
+      const double a = plain ? *plain : CDbl(left);
+      if (!right_number_) right_number_ = CDbl(right_);
+      return Apply(a, *right_number_);
+    }
+  }
+  if (IsDate(left)) {
+    if (!right_is_date_) right_is_date_ = IsDate(right_);
+    if (*right_is_date_) {
+      const Date a = CDate(left);
+      if (!right_date_) right_date_ = CDate(right_);
+      return Apply(a.serial, right_date_->serial);
+    }
+  }
+  switch (wildcard_) {
+    case Wildcard::EndsWith: {
+      const std::string& wanted = Wanted();
+      return Apply<std::string_view>(UCase(Right(CStr(left), Len(wanted))), wanted);
+    }
+    case Wildcard::StartsWith: {
+      const std::string& wanted = Wanted();
+      return Apply<std::string_view>(UCase(Left(CStr(left), Len(wanted))), wanted);
+    }
+    case Wildcard::Contains: {
+      const std::string& wanted = Wanted();
+      const std::string whole = UCase(CStr(left));
+      // Found: the value's operand is the occurrence itself, which equals the wanted text.
+      if (whole.find(wanted) != std::string::npos) return Apply<std::string_view>(wanted, wanted);
+      return Apply<std::string_view>(whole, wanted);
+    }
+    case Wildcard::None: break;
+  }
+  const std::string whole = UCase(CStr(left));
+  if (!right_upper_) right_upper_ = UCase(CStr(right_));
+  // string_view compares bytes as unsigned, which for UTF-8 is the order of the character codes.
+  return Apply<std::string_view>(whole, *right_upper_);
 }
 
 void AppendErrorStatus(const std::string& text) {

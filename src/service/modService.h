@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -85,6 +86,34 @@ Variant SelectPartBeforeWhereID(const std::string& sql);
 // Raises AutomationError 5 ("Invalid procedure call or argument") for a compare value of exactly "*",
 // and lets conversion errors of the value module through.
 bool CompareValues(const Variant& value, const Variant& compareValue, const std::string& strOperator);
+
+// CompareValues with the compare value and the operator fixed, for testing many values against one:
+// what depends on those two alone (the wildcard pattern, whether the compare value reads as a number or
+// a date, its number, date and upper-cased text) is worked out once, when first needed. Matches(v)
+// gives what CompareValues(v, compareValue, strOperator) gives and raises what it raises, under the
+// locale in force while the test is used (keep one test within one call).
+class ValueTest {
+ public:
+  ValueTest(const Variant& compareValue, const std::string& strOperator);
+  bool Matches(const Variant& value);
+
+ private:
+  enum class Operator : uint8_t { None, Equal, Differ, Greater, GreaterOrEqual, Less, LessOrEqual };
+  enum class Wildcard : uint8_t { None, EndsWith, StartsWith, Contains };
+  template <class T>
+  bool Apply(const T& a, const T& b) const;
+  // The text a wildcard pattern stands for, upper-cased; raises 5 for a lone "*".
+  const std::string& Wanted();
+
+  Variant right_;        // the compare value, Null as ""
+  std::string pattern_;  // its text form
+  Operator op_ = Operator::None;
+  Wildcard wildcard_ = Wildcard::None;
+  std::optional<bool> right_is_number_, right_is_date_;
+  std::optional<double> right_number_;
+  std::optional<Date> right_date_;
+  std::optional<std::string> right_upper_, wanted_;
+};
 
 // The three typed comparers behind CompareValues: `a strOperator b`; False for an unknown operator.
 bool CompareNumbers(double a, double b, const std::string& strOperator);

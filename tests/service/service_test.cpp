@@ -295,6 +295,37 @@ TEST(CompareValues, LoneAsteriskRaisesInvalidProcedureCall) {
   EXPECT_THROW(CompareValues(Variant(Null), "*", "<>"), AutomationError);
 }
 
+// A prepared test keeps what it learnt about the compare value; over values of every kind, one after
+// another, it must answer (or raise) exactly as a fresh CompareValues does for each.
+TEST(CompareValues, PreparedTestAnswersAsEachSingleComparison) {
+  Locale::SetCurrent(Locale::C());
+  const std::vector<Variant> values = {Variant(5),        Variant("5"),   Variant(4.5),    Variant("abc"),
+                                       Variant("ABCD"),   Variant(""),    Variant(Null),   Variant(),
+                                       Variant(true),     Variant("2024-01-05"), Variant(DateSerial(2024, 1, 5)),
+                                       Variant("x5"),     Variant(int16_t(7)), Variant("*")};
+  const std::vector<Variant> compares = {Variant(5), Variant("5"), Variant("abc"), Variant("ab*"), Variant("*cd"),
+                                         Variant("*b*"), Variant("*"), Variant(Null), Variant("2024-01-05"),
+                                         Variant(DateSerial(2024, 1, 6))};
+  // 1/0 for the answer, -number for an error.
+  const auto outcome = [](auto&& test) -> int {
+    try {
+      return test() ? 1 : 0;
+    } catch (const AutomationError& e) {
+      return -e.Number();
+    }
+  };
+  for (const Variant& compare : compares) {
+    for (const std::string op : {"=", "<>", ">", ">=", "<", "<=", "?"}) {
+      ValueTest prepared(compare, op);
+      for (const Variant& value : values) {
+        EXPECT_EQ(outcome([&] { return prepared.Matches(value); }),
+                  outcome([&] { return CompareValues(value, compare, op); }))
+            << ToText(value) << " " << op << " " << ToText(compare);
+      }
+    }
+  }
+}
+
 class ErrorChannel : public ::testing::Test {
  protected:
   void SetUp() override { State() = ThreadState{}; }
