@@ -35,6 +35,7 @@ class UnfilteredCopy;
 }  // namespace internal
 class clsAnalyzer;
 class clsExtractManager;
+class clsImportManager;
 class ListControl;
 
 class DataLayer : public Object, public std::enable_shared_from_this<DataLayer> {
@@ -249,6 +250,10 @@ class DataLayer : public Object, public std::enable_shared_from_this<DataLayer> 
   // ParentDL, and kept until this object ends.
   std::shared_ptr<clsExtractManager> Extract();
 
+  // ---- Import ---------------------------------------------------------------------------------------
+  // The import manager of this object (made on first use and kept); its jobs fill this object.
+  std::shared_ptr<clsImportManager> Import();
+
  protected:
   // Turns the refresh-token publishing of Save on or off; the refresh timer uses it.
   void SetRefreshTimerActive(bool active) { refresh_timer_active_ = active; }
@@ -285,6 +290,7 @@ class DataLayer : public Object, public std::enable_shared_from_this<DataLayer> 
   std::unique_ptr<internal::UnfilteredCopy> unfiltered_;
   std::shared_ptr<clsAnalyzer> analyzer_;
   std::shared_ptr<clsExtractManager> extract_manager_;
+  std::shared_ptr<clsImportManager> import_manager_;
 };
 
 }  // namespace quorbex

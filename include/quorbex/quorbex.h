@@ -17,6 +17,8 @@
 #include "quorbex/clsAnalyzer.h"
 #include "quorbex/clsExtractManager.h"
 #include "quorbex/clsExtract.h"
+#include "quorbex/clsImportManager.h"
+#include "quorbex/clsCSV.h"
 #include "quorbex/clsFilter.h"
 #include "quorbex/ListControl.h"
 #include "quorbex/Formula.h"

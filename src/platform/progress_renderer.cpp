@@ -1,12 +1,12 @@
 #include "platform/progress_renderer.h"
 
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <string>
 
 #include "platform/installable.h"
+#include "platform/terminal.h"
 
 namespace quorbex::platform {
 
@@ -70,12 +70,6 @@ class StreamRenderer final : public ProgressRenderer {
   int columns_;
   bool drawn_ = false;
 };
-
-int TerminalColumns(int fd) {
-  winsize size{};
-  if (ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
-  return 80;
-}
 
 Installed<ProgressRenderer>& Slot() {
   static Installed<ProgressRenderer> slot(DefaultProgressRenderer());
