@@ -29,8 +29,9 @@ constexpr const char* kPending = "CSVImport.CreateDatalayerFromFile: ";
 constexpr int32_t kProgressStep = 4096;
 
 // A field name holding "," would be split in two by the virtual table's declaration (it takes ","
-// as a separator as well); such a name is declared under a stand-in and renamed right after.
-std::string StandIn(size_t position) { return "\x01" "csv field " + std::to_string(position); }
+// as a separator as well); such a name is declared under a stand-in and renamed right after. The
+// stand-in starts with a NUL byte, which no name read from a file can hold.
+std::string StandIn(size_t position) { return std::string(1, '\0') + "csv field " + std::to_string(position); }
 
 }  // namespace
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds the fuzz targets (formula evaluator, XML data-file reader) with clang (libFuzzer, AddressSanitizer, UndefinedBehaviorSanitizer)
+# Builds the fuzz targets (formula evaluator, XML data-file reader, CSV import) with clang (libFuzzer, AddressSanitizer, UndefinedBehaviorSanitizer)
 # in its own build folder and runs it for the given number of seconds (default 60). Exits non-zero
 # when the fuzzer finds a crash, undefined behaviour, a leak or a hang; the input that did it is kept
 # in the build folder's artifacts/.
@@ -25,16 +25,18 @@ cmake -S "$here" -B "$build" -G Ninja -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_BUILD_
 cmake --build "$build" -j 2
 
 # New inputs go to the build folder; the corpus in the repository is only read. The time is shared by
-# the targets: the formula evaluator and the XML data-file reader.
+# the targets: the formula evaluator, the XML data-file reader and the CSV import.
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
-half=$(( (seconds + 1) / 2 ))
-for target in formula xml; do
+targets=(formula xml csv)
+share=$(( seconds / ${#targets[@]} ))
+[ "$share" -lt 1 ] && share=1
+for target in "${targets[@]}"; do
   mkdir -p "$build/corpus-$target" "$build/artifacts-$target"
   dict=()
   [ -f "$here/$target.dict" ] && dict=(-dict="$here/$target.dict")
-  echo "== fuzzing $target for $half s"
-  "$build/${target}_fuzz" -max_total_time="$half" -max_len=4096 -timeout=10 -rss_limit_mb=2048 \
+  echo "== fuzzing $target for $share s"
+  "$build/${target}_fuzz" -max_total_time="$share" -max_len=4096 -timeout=10 -rss_limit_mb=2048 \
     -print_final_stats=1 "${dict[@]}" -artifact_prefix="$build/artifacts-$target/" "$build/corpus-$target" \
     "$here/corpus/$target"
 done
