@@ -126,6 +126,9 @@ void clsCSV::Run(DataLayer& parent) {
     ++lines_read;
     header_ = std::string(line);
   }
+  if (!contains_header_ && Trim(header_).empty()) {
+    throw std::runtime_error("no field names: the file has no header line (FileContainsHeader False) and Header gave none");
+  }
   std::vector<std::string> names;
   if (std::string problem = CheckCsvHeader(header_, names); !problem.empty()) throw std::runtime_error(problem);
   if (!table_name_set_) table_name_ = TableNameFromPath(path_);

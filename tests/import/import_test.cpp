@@ -120,6 +120,12 @@ TEST_F(clsCSVTest, RefusesToRunWithoutFileOrHeaderInformation) {
   EXPECT_EQ(layer_->ErrorStatus(),
             "\r\n1) CSVImport: Missing Information: Headers! Please set the FileContainsHeader property!");
   EXPECT_FALSE(second->Success);
+  // False is header information too, but without Header there are no names.
+  layer_->ErrorStatus("");
+  second->FileContainsHeader(false);
+  second->CreateDataLayerFromFile();
+  EXPECT_NE(layer_->ErrorStatus().find("CSVImport.CreateDatalayerFromFile: no field names"), std::string::npos);
+  EXPECT_FALSE(second->Success);
   EXPECT_EQ(layer_->SQLStringInUse(), "");
 }
 

@@ -20,7 +20,8 @@ struct ImportOptions {
 // a GUID per record when the header has none of its own; a header whose "id;" test passes without an
 // "id" field (for example "BundeslandID;...") gets an auto-increment "id" column at the end. An
 // existing table must have the file's fields as its columns, in the same order (plus that "id" at the
-// end, when the file has none); otherwise nothing is written.
+// end, when the file has none); otherwise nothing is written. An empty line of the file is a record
+// without values, which Save passes by: the summary counts such lines apart.
 int RunImport(const ImportOptions& options);
 
 }  // namespace quorbex::qdl
