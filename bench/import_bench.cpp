@@ -129,7 +129,9 @@ std::shared_ptr<void> Library(const std::string& path, int64_t& rows) {
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
+  // --import-only leaves out the qdl run.
+  const bool import_only = argc > 1 && std::string(argv[1]) == "--import-only";
   const std::string folder = (std::filesystem::temp_directory_path() / ("import_bench_" + std::to_string(getpid()))).string();
   std::filesystem::create_directories(folder);
   const std::string path = folder + "/bench.csv";
@@ -150,6 +152,10 @@ int main() {
   std::fflush(stdout);
 
 #ifdef QDL_PATH
+  if (import_only) {
+    std::filesystem::remove_all(folder);
+    return 0;
+  }
   const std::string database = folder + "/bench.db";
   const std::string command = std::string("'") + QDL_PATH + "' import '" + path + "' '" + database + "' --table bench";
   const double start = Seconds();

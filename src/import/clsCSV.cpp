@@ -165,6 +165,8 @@ void clsCSV::Run(DataLayer& parent) {
   int64_t overfull_lines = 0;
   int32_t first_overfull = 0;
   int32_t data_lines = 0;
+  const std::shared_ptr<clsOfflineRecordset> records = parent.GetOfflineRecordset();
+  bool changed = false;
   while (lines.Next(line)) {
     ++lines_read;
     ++data_lines;
@@ -173,10 +175,23 @@ void clsCSV::Run(DataLayer& parent) {
     try {
       parent.AddNew();
       const size_t n = std::min(values.size(), field_count);
+      // What SetFieldValue by position does (value, the field's and the record's change marks,
+      // DataChanged), with the new record looked up once per line instead of once per value.
+      auto record = n > 0 ? records->Records(parent.RecordCount()) : nullptr;
       for (size_t k = 0; k < n; ++k) {
-        parent.SetFieldValue("", Variant(std::string(values[k])), static_cast<int32_t>(k) + 1 + offset);
+        const int32_t position = static_cast<int32_t>(k) + 1 + offset;
+        clsOfflineField* field = record ? record->FieldAt(position) : nullptr;
+        if (!field) {
+          parent.SetFieldValue("", Variant(std::string(values[k])), position);  // reports the miss
+          continue;
+        }
+        field->Value(Variant(std::string(values[k])));
+        field->HasChanged = true;
+        record->HasChanged = true;
+        changed = true;
       }
     } catch (const std::exception& e) {
+      if (changed) parent.DataChanged(true);
       parent.ErrorStatus("CSV.ADDRecord: " + FailureDescription(e));
       LinesCount = data_lines;
       throw std::runtime_error("the import stopped at line " + std::to_string(lines_read));
@@ -186,6 +201,7 @@ void clsCSV::Run(DataLayer& parent) {
       progress->SetProgress(done, total_kb, description);
     }
   }
+  if (changed) parent.DataChanged(true);
   LinesCount = data_lines;
   finished_ = true;
   if (progress) progress->Unload();

@@ -199,6 +199,24 @@ class PosixFiles final : public FileSystem {
     int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return std::nullopt;
     std::string content;
+    // A regular file is read straight into a string of its size; whatever it gained meanwhile is
+    // appended below, and a file that shrank is cut to what was read.
+    struct stat info {};
+    if (::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_size > 0) {
+      content.resize(static_cast<size_t>(info.st_size));
+      size_t filled = 0;
+      while (filled < content.size()) {
+        ssize_t got = ::read(fd, content.data() + filled, content.size() - filled);
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) {
+          ::close(fd);
+          return std::nullopt;
+        }
+        if (got == 0) break;
+        filled += static_cast<size_t>(got);
+      }
+      content.resize(filled);
+    }
     char buffer[65536];
     for (;;) {
       ssize_t got = ::read(fd, buffer, sizeof buffer);
