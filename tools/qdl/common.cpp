@@ -3,22 +3,11 @@
 #include <cstdio>
 #include <regex>
 
+#include "tools/qdl/secrets.h"
+
 namespace quorbex::qdl {
 
-std::string PasswordIn(const std::string& database) {
-  std::smatch match;
-  static const std::regex url(R"(^[A-Za-z][A-Za-z0-9+.-]*://[^:/@]*:([^@]*)@)");
-  if (std::regex_search(database, match, url)) return match[1].str();
-  static const std::regex keyword(R"((?:^|\s)password\s*=\s*('[^']*'|\S+))", std::regex::icase);
-  if (std::regex_search(database, match, keyword)) {
-    std::string value = match[1].str();
-    if (value.size() >= 2 && value.front() == '\'') value = value.substr(1, value.size() - 2);
-    return value;
-  }
-  return {};
-}
-
-std::string OneLine(const std::string& text, const std::string& database) {
+std::string OneLine(const std::string& text) {
   std::string out;
   bool in_break = false;
   for (char c : text) {
@@ -30,13 +19,7 @@ std::string OneLine(const std::string& text, const std::string& database) {
     in_break = false;
     out += c;
   }
-  const std::string password = PasswordIn(database);
-  if (!password.empty()) {
-    for (size_t at = out.find(password); at != std::string::npos; at = out.find(password, at + 3)) {
-      out.replace(at, password.size(), "***");
-    }
-  }
-  return out;
+  return MaskSecrets(out);
 }
 
 std::string Reports(const std::string& error_status) {
@@ -47,8 +30,8 @@ std::string Reports(const std::string& error_status) {
   return out;
 }
 
-int Fail(const std::string& command, const std::string& message, const std::string& database) {
-  std::fprintf(stderr, "qdl %s: %s\n", command.c_str(), OneLine(message, database).c_str());
+int Fail(const std::string& command, const std::string& message) {
+  std::fprintf(stderr, "qdl %s: %s\n", command.c_str(), OneLine(message).c_str());
   return 1;
 }
 

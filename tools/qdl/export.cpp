@@ -19,21 +19,21 @@ constexpr const char* kRootElement = "Data";
 int RunExport(const ExportOptions& options) {
   const std::string extension = LCase(options.output.size() >= 4 ? options.output.substr(options.output.size() - 4) : "");
   if (extension != ".csv" && extension != ".xml") {
-    return Fail("export", "the output file must end in .csv or .xml: '" + options.output + "'", options.database);
+    return Fail("export", "the output file must end in .csv or .xml: '" + options.output + "'");
   }
   auto layer = std::make_shared<DataLayer>();
   layer->DisableLog(true);
   layer->ErrorStatus("");
   layer->SetDatabaseByPath(options.database);
-  if (!layer->ErrorStatus().empty()) return Fail("export", Reports(layer->ErrorStatus()), options.database);
+  if (!layer->ErrorStatus().empty()) return Fail("export", Reports(layer->ErrorStatus()));
   layer->GetRecordset(options.sql);
-  if (!layer->ErrorStatus().empty()) return Fail("export", Reports(layer->ErrorStatus()), options.database);
+  if (!layer->ErrorStatus().empty()) return Fail("export", Reports(layer->ErrorStatus()));
 
   const bool written = extension == ".csv" ? layer->WriteDataToCSV(options.output)
                                            : layer->SaveAsXML(options.output, kRootElement, /*bolDisableProgressBar=*/true);
-  if (!written) return Fail("export", Reports(layer->ErrorStatus()), options.database);
+  if (!written) return Fail("export", Reports(layer->ErrorStatus()));
   if (!layer->ErrorStatus().empty()) {
-    std::fprintf(stderr, "qdl export: warning: %s\n", OneLine(Reports(layer->ErrorStatus()), options.database).c_str());
+    std::fprintf(stderr, "qdl export: warning: %s\n", OneLine(Reports(layer->ErrorStatus())).c_str());
   }
   std::printf("qdl export: %d record(s) written to %s\n", layer->RecordCount(), options.output.c_str());
   return 0;

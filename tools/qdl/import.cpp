@@ -8,6 +8,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/files.h"
@@ -38,6 +39,7 @@ class InOneTransaction final : public db::Database {
   bool Updatable() const override { return target_->Updatable(); }
   void Close() override { target_->Close(); }
   bool Supports(db::Feature feature) const override { return target_->Supports(feature); }
+  std::string QuoteName(std::string_view name) const override { return target_->QuoteName(name); }
   void Execute(const std::string& query, int32_t options) override { target_->Execute(query, options); }
   int32_t RecordsAffected() const override { return target_->RecordsAffected(); }
   std::shared_ptr<db::Recordset> OpenRecordset(const std::string& name, int32_t type, int32_t options) override {
@@ -137,7 +139,7 @@ int RunImport(const ImportOptions& options) {
   if (!options.table.empty()) job->TableName(options.table);
   job->ImportFilePath(options.file);
   job->CreateDataLayerFromFile();
-  if (!job->Success) return Fail(kCommand, Reports(layer->ErrorStatus()), options.database);
+  if (!job->Success) return Fail(kCommand, Reports(layer->ErrorStatus()));
   const double read_seconds = SecondsSince(start);
 
   std::vector<std::string> fields = job->FieldNames();
@@ -146,7 +148,7 @@ int RunImport(const ImportOptions& options) {
       if (LCase(fields[a]) == LCase(fields[b])) {
         return Fail(kCommand, "the file's header names '" + fields[b] + "' and the import put an \"" + fields[a] +
                                   "\" field in front of it (the header does not contain \"id;\"); end the header "
-                                  "line with \";\" to keep the file's own column only", options.database);
+                                  "line with \";\" to keep the file's own column only");
       }
     }
   }
@@ -169,7 +171,7 @@ int RunImport(const ImportOptions& options) {
       database = engine->CreateDatabase(options.database);
     }
   } catch (const std::exception& e) {
-    return Fail(kCommand, e.what(), options.database);
+    return Fail(kCommand, e.what());
   }
   const std::string table_name = job->TableName();
 
@@ -187,8 +189,7 @@ int RunImport(const ImportOptions& options) {
       if (!same) {
         database->Close();
         return Fail(kCommand, "the table '" + table_name + "' has the columns (" + Joined(columns) +
-                                  "), the file gives (" + Joined(fields) + "); nothing was written (--table names another table)",
-                    options.database);
+                                  "), the file gives (" + Joined(fields) + "); nothing was written (--table names another table)");
       }
     }
     database->BeginTrans();
@@ -211,7 +212,7 @@ int RunImport(const ImportOptions& options) {
       database->Rollback();
       database->Close();
       return Fail(kCommand, (why.empty() ? std::string("the records could not be written") : why) +
-                                "; nothing was written", options.database);
+                                "; nothing was written");
     }
     database->CommitTrans();
     in_transaction = false;
@@ -223,7 +224,7 @@ int RunImport(const ImportOptions& options) {
     } catch (const std::exception&) {
       // The failure being reported says more; an open transaction ends with the connection.
     }
-    return Fail(kCommand, std::string(e.what()) + "; nothing was written", options.database);
+    return Fail(kCommand, std::string(e.what()) + "; nothing was written");
   }
 
   const int32_t empty = layer->RecordCount() - marked;

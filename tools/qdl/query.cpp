@@ -127,14 +127,14 @@ int RunQuery(const QueryOptions& options) {
     result->Close();
     database->Close();
   } catch (const std::exception& e) {
-    return Fail("query", e.what(), options.database);
+    return Fail("query", e.what());
   }
   if (options.csv || !platform::IsTerminal(stdout)) {
     PrintCsv(header, rows);
   } else {
     PrintTable(header, rows, numeric, options.max_width);
   }
-  return std::fflush(stdout) == 0 ? 0 : Fail("query", "cannot write the output", options.database);
+  return std::fflush(stdout) == 0 ? 0 : Fail("query", "cannot write the output");
 }
 
 }  // namespace quorbex::qdl
