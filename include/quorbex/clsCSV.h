@@ -11,8 +11,8 @@
 // The parent DataLayer must be fresh (nothing loaded, no virtual table): the job declares a virtual
 // offline table in it (DataLayer::CreateNewVirtualOfflineTable) named after the file (the name after
 // the last "/" or "\", without its extension, trimmed; "undefined" when that is empty; TableName
-// overrides it) and adds one record per data line through AddNew and SetFieldValue, so every value
-// carries the change marks and a later Save inserts the records into the table of that name.
+// overrides it) and adds one record per data line through AddNew, each value stored with the change
+// marks SetFieldValue sets, so a later Save inserts the records into the table of that name.
 //
 // How a file is read:
 // - Text is UTF-8. A byte-order mark at the start is skipped. Lines end at LF; a CR right before it

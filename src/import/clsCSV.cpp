@@ -168,6 +168,7 @@ void clsCSV::Run(DataLayer& parent) {
   const std::shared_ptr<clsOfflineRecordset> records = parent.GetOfflineRecordset();
   bool changed = false;
   while (lines.Next(line)) {
+    if (lines_read == INT32_MAX) throw std::runtime_error("the file has more lines than a recordset holds");
     ++lines_read;
     ++data_lines;
     SplitCsvLine(line, values);

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include "quorbex/engine.h"
@@ -91,9 +92,12 @@ TEST_F(Qdl, AFailedImportWritesNothing) {
   Result run = Call("import " + Quoted(csv) + " " + Quoted(database));
   EXPECT_EQ(run.code, 1);
   EXPECT_NE(run.err.find("nothing was written"), std::string::npos) << run.err;
-  auto engine = db::DBEngine::Default();
+  // The database file it created for the table is gone as well.
+  EXPECT_FALSE(std::filesystem::exists(database));
+  db::DBEngine::Default()->CreateDatabase(database)->Close();
+  EXPECT_EQ(Call("import " + Quoted(csv) + " " + Quoted(database)).code, 1);
   {
-    auto db = engine->OpenDatabase(database);
+    auto db = db::DBEngine::Default()->OpenDatabase(database);
     auto tables = db->TableDefs();
     for (int32_t i = 0; i < tables->Count(); ++i) EXPECT_NE(LCase(tables->Item(i)->Name()), "t");
     db->Close();

@@ -161,14 +161,17 @@ int RunImport(const ImportOptions& options) {
     id_added_here = true;
   }
 
-  // 2. The database: opened, or created when the file does not exist.
+  // 2. The database: opened, or created when the file does not exist (and then removed again when
+  // nothing could be written into it).
   std::shared_ptr<db::Database> database;
+  bool created_here = false;
   try {
     auto engine = db::DBEngine::Default();
     if (platform::FileExists(options.database)) {
       database = engine->OpenDatabase(options.database);
     } else {
       database = engine->CreateDatabase(options.database);
+      created_here = true;
     }
   } catch (const std::exception& e) {
     return Fail(kCommand, e.what());
@@ -211,6 +214,7 @@ int RunImport(const ImportOptions& options) {
       const std::string why = Reports(layer->ErrorStatus());
       database->Rollback();
       database->Close();
+      if (created_here) platform::DeleteFile(options.database);
       return Fail(kCommand, (why.empty() ? std::string("the records could not be written") : why) +
                                 "; nothing was written");
     }
@@ -224,6 +228,7 @@ int RunImport(const ImportOptions& options) {
     } catch (const std::exception&) {
       // The failure being reported says more; an open transaction ends with the connection.
     }
+    if (created_here) platform::DeleteFile(options.database);
     return Fail(kCommand, std::string(e.what()) + "; nothing was written");
   }
 
