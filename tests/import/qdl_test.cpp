@@ -72,6 +72,13 @@ TEST_F(Qdl, ImportCreatesTheTableAndQueryAndExportReadIt) {
   EXPECT_EQ(ReadBytes(out_csv), "StateID;Name;id;\n1;Burgenland;1;\n2;Kärnten;2;\n");
   ASSERT_EQ(Call("export " + Quoted(database) + " 'SELECT * FROM states' " + Quoted(out_xml)).code, 0);
   EXPECT_NE(ReadBytes(out_xml).find("Kärnten"), std::string::npos);
+  run = Call("export " + Quoted(database) + " 'SELECT * FROM nowhere' " + Quoted(out_csv));
+  EXPECT_EQ(run.code, 1);
+  EXPECT_NE(run.err.find("no such table: nowhere"), std::string::npos) << run.err;
+  EXPECT_EQ(run.err.find('\n'), run.err.size() - 1) << run.err;
+  run = Call("export " + Quoted(database) + " 'SELECT * FROM states WHERE 1 = 0' " + Quoted(out_csv));
+  EXPECT_EQ(run.code, 1);
+  EXPECT_NE(run.err.find("no rows"), std::string::npos) << run.err;
   run = Call("export " + Quoted(database) + " 'SELECT * FROM states' " + Quoted(dir_.File("out.txt")));
   EXPECT_EQ(run.code, 1);
   EXPECT_NE(run.err.find("must end in .csv or .xml"), std::string::npos);

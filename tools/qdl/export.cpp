@@ -23,11 +23,15 @@ int RunExport(const ExportOptions& options) {
   }
   auto layer = std::make_shared<DataLayer>();
   layer->DisableLog(true);
+  // The library's message boxes become ErrorStatus texts, so that a failure stays one line.
+  layer->SuppressAllMessages(true);
   layer->ErrorStatus("");
   layer->SetDatabaseByPath(options.database);
   if (!layer->ErrorStatus().empty()) return Fail("export", Reports(layer->ErrorStatus()));
   layer->GetRecordset(options.sql);
   if (!layer->ErrorStatus().empty()) return Fail("export", Reports(layer->ErrorStatus()));
+  // The writers take loaded records only.
+  if (layer->RecordCount() == 0) return Fail("export", "the query returned no rows; no file was written");
 
   const bool written = extension == ".csv" ? layer->WriteDataToCSV(options.output)
                                            : layer->SaveAsXML(options.output, kRootElement, /*bolDisableProgressBar=*/true);

@@ -12,7 +12,8 @@ struct ExportOptions {
 
 // Loads the query into a DataLayer and writes its records to the output file, chosen by the file's
 // extension. Values the CSV file cannot hold are written as WriteDataToCSV says and reported as a
-// warning. Returns the exit code; a failure prints one line.
+// warning. A query without rows writes no file (the writers take loaded records only) and fails.
+// Returns the exit code; a failure prints one line.
 int RunExport(const ExportOptions& options);
 
 }  // namespace quorbex::qdl

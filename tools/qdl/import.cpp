@@ -130,6 +130,8 @@ int RunImport(const ImportOptions& options) {
   layer->ErrorStatus("");
   // A bulk load is not a session of edits: it writes no session log.
   layer->DisableLog(true);
+  // The library's message boxes become ErrorStatus texts, so that a failure stays one line.
+  layer->SuppressAllMessages(true);
 
   // 1. The file into the DataLayer; nothing touches the database before it is read whole.
   auto manager = layer->Import();
