@@ -3,6 +3,7 @@
 #include <exception>
 #include <string_view>
 
+#include "datalayer/list_entry.h"
 #include "datalayer/datalayer_internal.h"
 #include "platform/environment.h"
 #include "platform/files.h"
@@ -21,7 +22,6 @@ namespace {
 
 // The blanks FillCBO puts between an item's display text and its identifier: enough to push the
 // identifier out of sight in any list box, while SetCBOPos can still read it back.
-const std::string kIdentifierGap(96, ' ');
 
 // The file VisualizeToTextFile writes into the temporary folder.
 constexpr const char* kDumpFileName = "Datalayer.txt";
@@ -86,19 +86,11 @@ bool DataLayer::FillCBO(const std::shared_ptr<ListControl>& objCBO, const std::s
       }
     }
     objCBO->Clear();
-    const std::string separator1 = bolUse1Comma2 ? ", " : " ";
-    const std::string separator2 = bolUse2Comma3 ? ", " : " ";
+    const auto field_value = [this](const std::string& name) { return FieldValue(name); };
     for (int32_t i = 1; i <= count; ++i) {
       cursor_ = i;
-      std::string text = ToText(FieldValue(strFieldname));
-      if (!strFurtherField2.empty()) {
-        const std::string second = ToText(FieldValue(strFurtherField2));
-        if (!second.empty()) text += separator1 + second;
-      }
-      if (!strFurtherField3.empty()) text += separator2 + ToText(FieldValue(strFurtherField3));
-      text += kIdentifierGap;
-      text += ToText(FieldValue(strIDFieldName));
-      objCBO->AddItem(text);
+      objCBO->AddItem(ListEntryText(field_value, strFieldname, strIDFieldName, strFurtherField2, strFurtherField3,
+                                    bolUse1Comma2, bolUse2Comma3));
     }
     filled = true;
   } catch (const std::exception& e) {
@@ -115,7 +107,7 @@ bool DataLayer::SetCBOPos(const std::shared_ptr<ListControl>& objCBO, const Vari
   }
   try {
     // The identifier is what follows the gap at the end of the item, as FillCBO wrote it.
-    const std::string wanted = kIdentifierGap + ToText(varID);
+    const std::string wanted = kListIdentifierGap + ToText(varID);
     const int32_t count = objCBO->ListCount();
     for (int32_t i = 0; i < count; ++i) {
       const std::string item = objCBO->List(i);

@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 
+#include "datalayer/list_entry.h"
 #include "platform/environment.h"
 #include "platform/files.h"
 #include "platform/text_viewer.h"
@@ -22,7 +23,6 @@ namespace {
 
 // The blanks between an item's display text and its identifier: they push the identifier out of sight
 // in a list box, while the item text still carries it (the DataLayer's SetCBOPos reads it back).
-const std::string kIdentifierGap(96, ' ');
 
 constexpr const char* kDumpFileName = "Datalayer.txt";
 constexpr const char* kZoomInfo =
@@ -46,20 +46,12 @@ bool clsExtract::FillCBO(const std::shared_ptr<ListControl>& objCBO, const std::
   try {
     cursor_ = 1;
     objCBO->Clear();
-    const std::string separator1 = bolUse1Comma2 ? ", " : " ";
-    const std::string separator2 = bolUse2Comma3 ? ", " : " ";
+    const auto field_value = [this](const std::string& name) { return FieldValue(name); };
     const int32_t count = RecordCount();
     for (int32_t i = 1; i <= count; ++i) {
       cursor_ = i;
-      std::string text = ToText(FieldValue(strFieldname));
-      if (!strFurtherField2.empty()) {
-        const std::string second = ToText(FieldValue(strFurtherField2));
-        if (!second.empty()) text += separator1 + second;
-      }
-      if (!strFurtherField3.empty()) text += separator2 + ToText(FieldValue(strFurtherField3));
-      text += kIdentifierGap;
-      text += ToText(FieldValue(strIDFieldName));
-      objCBO->AddItem(text);
+      objCBO->AddItem(ListEntryText(field_value, strFieldname, strIDFieldName, strFurtherField2, strFurtherField3,
+                                    bolUse1Comma2, bolUse2Comma3));
     }
   } catch (...) {
     cursor_ = saved;

@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/db/forwarding_database.h"
 #include "platform/files.h"
 #include "platform/terminal.h"
 #include "quorbex/DataLayer.h"
@@ -30,46 +31,16 @@ constexpr const char* kSavepoint = "qdl_import_save";
 // The database as Save sees it: its transaction becomes a savepoint inside the one transaction the
 // command holds, so that creating the table and writing every record commit or roll back together.
 // (Save on its own keeps the records written before a failing one.)
-class InOneTransaction final : public db::Database {
+class InOneTransaction final : public db::internal::ForwardingDatabase {
  public:
-  explicit InOneTransaction(std::shared_ptr<db::Database> target) : target_(std::move(target)) {}
+  using ForwardingDatabase::ForwardingDatabase;
 
-  const std::string& Name() const override { return target_->Name(); }
-  bool IsOpen() const override { return target_->IsOpen(); }
-  bool Updatable() const override { return target_->Updatable(); }
-  void Close() override { target_->Close(); }
-  bool Supports(db::Feature feature) const override { return target_->Supports(feature); }
-  std::string QuoteName(std::string_view name) const override { return target_->QuoteName(name); }
-  void Execute(const std::string& query, int32_t options) override { target_->Execute(query, options); }
-  int32_t RecordsAffected() const override { return target_->RecordsAffected(); }
-  std::shared_ptr<db::Recordset> OpenRecordset(const std::string& name, int32_t type, int32_t options) override {
-    return target_->OpenRecordset(name, type, options);
-  }
-  std::shared_ptr<db::Recordset> OpenRecordset(const std::string& name, std::span<const Variant> parameters,
-                                               int32_t type, int32_t options) override {
-    return target_->OpenRecordset(name, parameters, type, options);
-  }
-  std::shared_ptr<db::QueryDef> CreateQueryDef(const std::string& name, const std::string& sql,
-                                               bool temporary) override {
-    return target_->CreateQueryDef(name, sql, temporary);
-  }
-  std::shared_ptr<db::QueryDefs> QueryDefs() override { return target_->QueryDefs(); }
-  std::shared_ptr<db::TableDefs> TableDefs() override { return target_->TableDefs(); }
-  std::shared_ptr<db::TableDef> CreateTableDef(const std::string& name) override {
-    return target_->CreateTableDef(name);
-  }
-  void BeginTrans() override { target_->Savepoint(kSavepoint); }
-  void CommitTrans() override { target_->ReleaseSavepoint(kSavepoint); }
+  void BeginTrans() override { Target().Savepoint(kSavepoint); }
+  void CommitTrans() override { Target().ReleaseSavepoint(kSavepoint); }
   void Rollback() override {
-    target_->RollbackToSavepoint(kSavepoint);
-    target_->ReleaseSavepoint(kSavepoint);
+    Target().RollbackToSavepoint(kSavepoint);
+    Target().ReleaseSavepoint(kSavepoint);
   }
-  void Savepoint(const std::string& name) override { target_->Savepoint(name); }
-  void ReleaseSavepoint(const std::string& name) override { target_->ReleaseSavepoint(name); }
-  void RollbackToSavepoint(const std::string& name) override { target_->RollbackToSavepoint(name); }
-
- private:
-  std::shared_ptr<db::Database> target_;
 };
 
 double SecondsSince(std::chrono::steady_clock::time_point start) {
