@@ -21,9 +21,6 @@ using namespace internal;
 
 namespace {
 
-// The blanks between an item's display text and its identifier: they push the identifier out of sight
-// in a list box, while the item text still carries it (the DataLayer's SetCBOPos reads it back).
-
 constexpr const char* kDumpFileName = "Datalayer.txt";
 constexpr const char* kZoomInfo =
     "Extract.Zoom: Info: This function replaces the data of the datalayer with the one in the extract.";
