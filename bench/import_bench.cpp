@@ -10,7 +10,6 @@
 //
 // Then `qdl import` of the same file into a new SQLite table (import, table creation and one Save, in
 // one transaction) is timed as a whole program run, next to the import alone.
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -18,7 +17,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <memory>
 #include <random>
 #include <string>
@@ -31,7 +29,8 @@
 
 namespace {
 
-using quorbex::bench::ResidentBytes;
+using quorbex::bench::InChild;
+using quorbex::bench::Measure;
 using quorbex::bench::Seconds;
 
 constexpr int32_t kLines = 1000000;
@@ -58,39 +57,6 @@ void WriteFile(const std::string& path) {
     line += "note " + std::to_string(random() % 77) + '\n';
     out << line;
   }
-}
-
-struct Measure {
-  double seconds = 0;
-  double bytes_per_cell = 0;
-  int64_t rows = 0;
-};
-
-// Runs `build` in a child process; `build` returns what it built (kept alive while the resident memory
-// is read) and sets the number of rows.
-Measure InChild(const std::function<std::shared_ptr<void>(int64_t&)>& build) {
-  int pipe_fds[2];
-  if (pipe(pipe_fds) != 0) std::abort();
-  const pid_t child = fork();
-  if (child < 0) std::abort();
-  if (child == 0) {
-    close(pipe_fds[0]);
-    Measure measure;
-    const long long before = ResidentBytes();
-    const double start = Seconds();
-    std::shared_ptr<void> built = build(measure.rows);
-    measure.seconds = Seconds() - start;
-    measure.bytes_per_cell = double(ResidentBytes() - before) / kCells;
-    if (write(pipe_fds[1], &measure, sizeof measure) != sizeof measure) _exit(1);
-    _exit(0);
-  }
-  close(pipe_fds[1]);
-  Measure measure;
-  if (read(pipe_fds[0], &measure, sizeof measure) != sizeof measure) std::abort();
-  close(pipe_fds[0]);
-  int status = 0;
-  waitpid(child, &status, 0);
-  return measure;
 }
 
 std::shared_ptr<void> Baseline(const std::string& path, int64_t& rows) {
@@ -139,8 +105,8 @@ int main(int argc, char** argv) {
   const auto file_bytes = std::filesystem::file_size(path);
   std::printf("file: %d lines x %d fields, %.1f MB\n", kLines, kFields, double(file_bytes) / 1e6);
 
-  const Measure baseline = InChild([&](int64_t& rows) { return Baseline(path, rows); });
-  const Measure library = InChild([&](int64_t& rows) { return Library(path, rows); });
+  const Measure baseline = InChild(kCells, [&](int64_t& rows) { return Baseline(path, rows); });
+  const Measure library = InChild(kCells, [&](int64_t& rows) { return Library(path, rows); });
   if (baseline.rows != kLines || library.rows != kLines) {
     std::fprintf(stderr, "row counts differ: library %lld, baseline %lld\n", (long long)library.rows,
                  (long long)baseline.rows);

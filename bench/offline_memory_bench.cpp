@@ -16,7 +16,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -29,7 +28,8 @@
 namespace {
 
 using quorbex::Variant;
-using quorbex::bench::ResidentBytes;
+using quorbex::bench::InChild;
+using quorbex::bench::Measure;
 using quorbex::bench::Seconds;
 
 constexpr int32_t kRecords = 1000000;
@@ -51,38 +51,6 @@ Variant CellValue(int32_t record, int32_t column) {
     case 6: return Variant("C-" + std::to_string(record));
     default: return Variant("n" + std::to_string(record % 77));
   }
-}
-
-struct Measure {
-  double seconds = 0;
-  double bytes_per_cell = 0;
-};
-
-// Runs `build` in a child process; `build` returns what it built so that it is still alive when the
-// resident memory is read.
-Measure InChild(const std::function<std::shared_ptr<void>()>& build) {
-  int pipe_fds[2];
-  if (pipe(pipe_fds) != 0) std::abort();
-  const pid_t child = fork();
-  if (child < 0) std::abort();
-  if (child == 0) {
-    close(pipe_fds[0]);
-    const long long before = ResidentBytes();
-    const double start = Seconds();
-    std::shared_ptr<void> built = build();
-    Measure measure;
-    measure.seconds = Seconds() - start;
-    measure.bytes_per_cell = double(ResidentBytes() - before) / kCells;
-    if (write(pipe_fds[1], &measure, sizeof measure) != sizeof measure) _exit(1);
-    _exit(0);
-  }
-  close(pipe_fds[1]);
-  Measure measure;
-  if (read(pipe_fds[0], &measure, sizeof measure) != sizeof measure) std::abort();
-  close(pipe_fds[0]);
-  int status = 0;
-  waitpid(child, &status, 0);
-  return measure;
 }
 
 std::shared_ptr<void> BuildBaseline() {
@@ -132,9 +100,9 @@ void ReportMemory(const char* name, const Measure& library, const Measure& basel
 }  // namespace
 
 int main() {
-  const Measure baseline = InChild(BuildBaseline);
-  const Measure loader = InChild([] { return std::shared_ptr<void>(BuildLikeLoader()); });
-  const Measure columns = InChild([] { return std::shared_ptr<void>(BuildByColumns()); });
+  const Measure baseline = InChild(kCells, [](int64_t&) { return BuildBaseline(); });
+  const Measure loader = InChild(kCells, [](int64_t&) { return std::shared_ptr<void>(BuildLikeLoader()); });
+  const Measure columns = InChild(kCells, [](int64_t&) { return std::shared_ptr<void>(BuildByColumns()); });
 
   ReportMemory("offline_memory_loader", loader, baseline);
   ReportMemory("offline_memory_by_columns", columns, baseline);
