@@ -182,7 +182,8 @@ class SqliteDatabase : public Database {
  public:
   // The connection outlives this object while recordsets opened on it are in use, as the classic
   // engine keeps a database alive for its recordsets; Close ends them all.
-  explicit SqliteDatabase(std::shared_ptr<Connection> conn) : conn_(std::move(conn)) {}
+  explicit SqliteDatabase(std::shared_ptr<Connection> conn)
+      : conn_(std::move(conn)), schema_(std::make_shared<SqliteSchema>(conn_)) {}
 
   const std::string& Name() const override { return conn_->Path(); }
   bool IsOpen() const override { return conn_->IsOpen(); }
@@ -247,10 +248,10 @@ class SqliteDatabase : public Database {
   }
 
   std::shared_ptr<db::QueryDefs> QueryDefs() override { return std::make_shared<SqliteQueryDefs>(conn_); }
-  std::shared_ptr<db::TableDefs> TableDefs() override { return std::make_shared<SqliteTableDefs>(conn_); }
+  std::shared_ptr<db::TableDefs> TableDefs() override { return std::make_shared<SchemaTableDefs>(schema_); }
   std::shared_ptr<TableDef> CreateTableDef(const std::string& Name) override {
     conn_->Handle();
-    return NewTableDef(conn_, Name);
+    return NewTableDef(schema_, Name);
   }
 
   void BeginTrans() override {
@@ -275,6 +276,7 @@ class SqliteDatabase : public Database {
 
  private:
   std::shared_ptr<Connection> conn_;
+  std::shared_ptr<SqliteSchema> schema_;
   int64_t records_affected_ = 0;
 };
 

@@ -6,19 +6,10 @@
 #include <string>
 #include <string_view>
 
+#include "platform/db/schema_objects.h"
 #include "value/text_util.h"
 
 namespace quorbex::db::internal::sqlite {
-
-// A column as a table definition describes it.
-struct ColumnSpec {
-  std::string name;
-  int32_t type = 10;
-  int32_t size = 0;  // texts: 0 means 255
-  int32_t attributes = 0;
-  bool allow_zero_length = true;
-  bool required = false;
-};
 
 // "name" with inner double quotes doubled.
 std::string Quote(std::string_view identifier);
