@@ -16,15 +16,6 @@ bool IsWordChar(char c) {
 
 }  // namespace
 
-std::string Quote(std::string_view identifier) {
-  std::string out = "\"";
-  for (char c : identifier) {
-    if (c == '"') out += '"';
-    out += c;
-  }
-  out += '"';
-  return out;
-}
 
 std::string DeclaredType(int32_t code, int32_t size) {
   switch (code) {
@@ -69,17 +60,7 @@ std::string ColumnDefinition(const ColumnSpec& column, bool in_create) {
   return def;
 }
 
-std::string PhysicalIndexName(std::string_view table, std::string_view name) {
-  return std::string(table) + "." + std::string(name);
-}
 
-std::string DisplayIndexName(std::string_view table, std::string_view physical) {
-  if (physical.size() > table.size() + 1 && physical[table.size()] == '.' &&
-      SameName(physical.substr(0, table.size()), table)) {
-    return std::string(physical.substr(table.size() + 1));
-  }
-  return std::string(physical);
-}
 
 std::string ViewBody(std::string_view sql) {
   int depth = 0;
@@ -112,26 +93,7 @@ std::string ViewBody(std::string_view sql) {
   return std::string(sql);
 }
 
-bool IsBareName(std::string_view text) {
-  if (text.empty()) return false;
-  if (text.size() >= 3 && text.front() == '[' && text.back() == ']') {
-    return text.substr(1, text.size() - 2).find(']') == std::string_view::npos;
-  }
-  if (text.size() >= 3 && text.front() == '"' && text.back() == '"') {
-    return text.substr(1, text.size() - 2).find('"') == std::string_view::npos;
-  }
-  for (char c : text) {
-    if (!IsWordChar(c)) return false;
-  }
-  return true;
-}
 
-std::string Unbracket(std::string_view name) {
-  if (name.size() >= 2 && ((name.front() == '[' && name.back() == ']') || (name.front() == '"' && name.back() == '"'))) {
-    return std::string(name.substr(1, name.size() - 2));
-  }
-  return std::string(name);
-}
 
 
 }  // namespace quorbex::db::internal::sqlite
