@@ -398,6 +398,11 @@ class Database : public Object {
   // standard form: in double quotes, with inner double quotes doubled.
   virtual std::string QuoteName(std::string_view name) const;
 
+  // Frees the space of deleted rows while the database stays open, where the backend does that in place
+  // (a server's VACUUM); raises NotSupported where compacting means writing a new file
+  // (DBEngine::CompactDatabase).
+  virtual void CompactInPlace();
+
   // Runs one or more action statements (separated by ";"). A SELECT raises InvalidOperation
   // ("Cannot execute a select query."). Options are accepted and have no effect.
   virtual void Execute(const std::string& Query, int32_t Options = 0) = 0;

@@ -144,7 +144,7 @@ void SaveRun::Insert(int32_t position) {
   try {
     Written written{record_ptr, {}};
     // The query's columns without its rows: a recordset reads all its rows before it inserts one.
-    auto rows = database_.OpenRecordset("select * from " + query_name_ + " WHERE 1 = 0");
+    auto rows = database_.OpenRecordset("select * from " + database_.QuoteName(query_name_) + " WHERE 1 = 0");
     // Only the fields the client wrote, by position; the database applies its defaults to the rest.
     std::vector<std::pair<std::shared_ptr<db::Field>, const clsOfflineField*>> marked;
     for (int32_t j = 1; j <= field_count; ++j) {
@@ -178,7 +178,7 @@ void SaveRun::Insert(int32_t position) {
     // The new row must be one of the loaded query's rows: it is matched through the query by its key,
     // as every changed record is.
     const Variant parameters[] = {key};
-    auto check = database_.OpenRecordset("Select * from " + query_name_ + " WHERE id = ?", parameters);
+    auto check = database_.OpenRecordset("Select * from " + database_.QuoteName(query_name_) + " WHERE id = ?", parameters);
     const bool shown = !check->EOF_();
     check->Close();
     if (!shown) NoRowFor(key);
@@ -200,7 +200,7 @@ void SaveRun::UpdateBatch() {
   if (batch_.empty()) return;
   std::vector<Variant> ids;
   ids.reserve(batch_.size());
-  std::string sql = "Select * from " + query_name_ + " WHERE id IN (";
+  std::string sql = "Select * from " + database_.QuoteName(query_name_) + " WHERE id IN (";
   for (int32_t position : batch_) {
     layer_.cursor_ = position;
     ids.push_back(layer_.FieldValue("id"));

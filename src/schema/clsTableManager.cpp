@@ -341,7 +341,14 @@ Variant clsTableManager::CompactDB() {
   };
   if (!state.current_database || !state.current_database->IsOpen()) return report(kCompactNeedsDatabase);
   if (!state.current_database->Supports(db::Feature::Compaction)) {
-    return report("COMPACTDB: This database cannot be compacted.");
+    // A server database stays open and reclaims its space in place.
+    try {
+      state.current_database->CompactInPlace();
+      return Variant(true);
+    } catch (const db::EngineError& e) {
+      if (e.Kind() == db::ErrorKind::NotSupported) return report("COMPACTDB: This database cannot be compacted.");
+      return report("COMPACTDB: " + e.Description());
+    }
   }
   const std::string path = state.current_database->Name();
 

@@ -69,17 +69,18 @@ TEST_P(EngineConnections, LockedDatabaseWaitsThenFailsClearly) {
   auto db = PeopleDatabase(1);
   auto other = ctx_->Reopen(*db);
   other->BeginTrans();
-  other->Execute("INSERT INTO people (name) VALUES ('locking')");
+  other->Execute("UPDATE people SET city = 'Graz' WHERE id = 1");
   auto start = std::chrono::steady_clock::now();
-  auto busy = ErrorOf([&] { db->Execute("INSERT INTO people (name) VALUES ('waiting')"); });
+  // The same row: a server locks rows, a file the whole database; both wait for it.
+  auto busy = ErrorOf([&] { db->Execute("UPDATE people SET city = 'Linz' WHERE id = 1"); });
   double waited = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   EXPECT_EQ(busy.Kind(), ErrorKind::Busy);
   EXPECT_NE(busy.Description().find("locked by another connection"), std::string::npos) << busy.what();
   EXPECT_GE(waited, 0.15);
   EXPECT_LT(waited, 5.0);
   other->Rollback();
-  db->Execute("INSERT INTO people (name) VALUES ('waiting')");
-  EXPECT_EQ(CountRows(*db, "people"), 2);
+  db->Execute("UPDATE people SET city = 'Linz' WHERE id = 1");
+  EXPECT_EQ(CountRows(*db, "SELECT * FROM people WHERE city = 'Linz'"), 1);
 }
 
 INSTANTIATE_TEST_SUITE_P(Backends, EngineConnections, ::testing::ValuesIn(AllContexts()), ContextTestName);

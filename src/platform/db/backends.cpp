@@ -6,6 +6,9 @@
 #ifdef QUORBEX_WITH_SQLITE
 #include "platform/db/sqlite/sqlite_database.h"
 #endif
+#ifdef QUORBEX_WITH_POSTGRESQL
+#include "platform/db/postgresql/pg_database.h"
+#endif
 
 namespace quorbex::db::internal {
 
@@ -15,7 +18,11 @@ std::span<Backend* const> Backends() {
       &SqliteBackend(),
 #endif
       &UnbuiltJetBackend(),
+#ifdef QUORBEX_WITH_POSTGRESQL
+      &PostgresqlBackend(),
+#else
       &UnbuiltServerBackend(),
+#endif
   };
   return kList;
 }

@@ -160,6 +160,10 @@ void DBEngine::BusyTimeout(int32_t lngMilliseconds) { busy_timeout_ms_ = lngMill
 
 // ---- defaults of the base classes ----------------------------------------------------------------
 
+void Database::CompactInPlace() {
+  Raise(ErrorKind::NotSupported, "This database is compacted into a new file, not in place.");
+}
+
 std::string Database::QuoteName(std::string_view name) const {
   std::string quoted = "\"";
   for (char c : name) {

@@ -126,7 +126,8 @@ QueryShape ReadQueryShape(std::string_view sql) {
         if (!level.opaque && aggregate_call) shape.folds_rows = true;
         level.expect_table = false;
         level.after_table = false;
-        levels.push_back({level.opaque || !table_expression, false, false, false});
+        // A table expression is a subquery or a parenthesized join, which starts with a table.
+        levels.push_back({level.opaque || !table_expression, table_expression, table_expression, false});
       } else if (c == ')') {
         if (levels.size() > 1) levels.pop_back();
       } else if (c == ',' && level.in_from) {
@@ -160,6 +161,11 @@ QueryShape ReadQueryShape(std::string_view sql) {
       level.in_from = false;
       level.expect_table = false;
       level.after_table = false;
+      continue;
+    }
+    if (level.expect_table && word && (token.text == "SELECT" || token.text == "WITH" || token.text == "VALUES")) {
+      level.in_from = false;  // a subquery: its own FROM comes later
+      level.expect_table = false;
       continue;
     }
     if (level.expect_table) {

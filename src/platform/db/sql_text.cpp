@@ -1,5 +1,7 @@
 #include "platform/db/sql_text.h"
 
+#include <algorithm>
+
 namespace quorbex::db::internal {
 namespace {
 
@@ -51,6 +53,13 @@ std::string Unbracket(std::string_view name) {
     return std::string(name.substr(1, name.size() - 2));
   }
   return std::string(name);
+}
+
+bool NameBefore(std::string_view a, std::string_view b) {
+  return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
+    return static_cast<unsigned char>(quorbex::internal::LowerAscii(x)) <
+           static_cast<unsigned char>(quorbex::internal::LowerAscii(y));
+  });
 }
 
 }  // namespace quorbex::db::internal

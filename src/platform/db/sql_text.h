@@ -19,6 +19,8 @@ std::string DisplayIndexName(std::string_view table, std::string_view physical);
 bool IsBareName(std::string_view text);
 // The name without [brackets] or "quotes".
 std::string Unbracket(std::string_view name);
+// Alphabetical order of names with the letter case of A-Z ignored (as catalogues list them).
+bool NameBefore(std::string_view a, std::string_view b);
 // TrimStatement: the text without surrounding blanks and trailing semicolons; SameName: equality
 // ignoring the case of A-Z.
 using quorbex::internal::SameName;
