@@ -208,7 +208,20 @@ void SaveRun::UpdateBatch() {
   }
   sql += ")";
   layer_.cursor_ = batch_.front();
-  auto rows = database_.OpenRecordset(sql, ids);
+  std::shared_ptr<db::Recordset> rows;
+  try {
+    rows = database_.OpenRecordset(sql, ids);
+  } catch (const db::EngineError&) {
+    if (batch_.size() == 1) throw;
+    // One key the database cannot compare (a text where the key is a number) fails the whole look-up:
+    // look the records up one by one, so that the records before it are written and it fails alone.
+    const std::vector<int32_t> batch = std::move(batch_);
+    for (int32_t position : batch) {
+      batch_.assign(1, position);
+      UpdateBatch();
+    }
+    return;
+  }
   // Where each key's row stands in the result.
   std::unordered_map<std::string, int32_t> row_of;
   const int32_t id_column = rows->Fields()->IndexOf("ID");

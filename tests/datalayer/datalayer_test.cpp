@@ -394,9 +394,12 @@ TEST_P(DataLayerSave, AFailedCommitTakesBackKeysAndKeepsEveryMark) {
   retry->AddNew();
   retry->SetFieldValue("name", "Dora");
   EXPECT_TRUE(retry->Save()) << retry->ErrorStatus();
-  EXPECT_EQ(CLng(retry->FieldValue("id")), 5);
+  // A server's key counter does not roll back; either way the retry takes the key after Other's.
+  const int32_t other_id = CLng(DbValue("SELECT id FROM customers WHERE name = 'Other'"));
+  EXPECT_GE(other_id, 4);
+  EXPECT_EQ(CLng(retry->FieldValue("id")), other_id + 1);
   EXPECT_FALSE(layer->RemoveRecord(in_db));
-  EXPECT_EQ(DbValue("SELECT name FROM customers WHERE id = 4").AsString(), "Other");
+  EXPECT_EQ(CLng(DbValue("SELECT COUNT(*) FROM customers WHERE name = 'Other'")), 1);
 }
 
 TEST_P(DataLayerSave, TwoRecordsWithOneKeyFailAtTheSecond) {
@@ -547,7 +550,7 @@ TEST_F(DataLayerCore, ReadingAFieldPutsACursorAtZeroOnTheFirstRecord) {
 }
 
 TEST_P(DataLayerSave, RemoveRecordDeletesThroughTheLoadedQueryAndLogs) {
-  auto layer = Loaded("SELECT * FROM customers WHERE active = 1 ORDER BY name;");
+  auto layer = Loaded("SELECT * FROM customers WHERE active = TRUE ORDER BY name;");
   layer->MoveSpecific(2);  // Clara, id 3
   bool in_db = true;
   EXPECT_TRUE(layer->RemoveRecord(in_db));

@@ -14,7 +14,8 @@ namespace {
 // The bookkeeping records as "UpdateID:UpdateString".
 std::vector<std::string> Bookkeeping(db::Database& database, const std::string& table = "sys_quorbexdatalayer") {
   std::vector<std::string> rows;
-  auto recordset = database.OpenRecordset("SELECT UpdateID, UpdateString FROM " + database.QuoteName(table) +
+  auto recordset = database.OpenRecordset("SELECT " + database.QuoteName("UpdateID") + ", " + database.QuoteName("UpdateString") +
+                                              " FROM " + database.QuoteName(table) +
                                           " ORDER BY id", db::dbOpenSnapshot);
   for (; !recordset->EOF_(); recordset->MoveNext()) {
     rows.push_back(CStr(recordset->Fields(0)->Value()) + ":" + CStr(recordset->Fields(1)->Value()));

@@ -228,16 +228,7 @@ Result Connection::Write(const std::string& sql, const std::vector<Param>& param
 }
 
 Result Connection::ExecWhole(const std::string& sql) const {
-  if (!InTransaction()) return Exec(sql);
-  Exec("SAVEPOINT quorbex_statement");
-  try {
-    Result result = Exec(sql);
-    Exec("RELEASE SAVEPOINT quorbex_statement");
-    return result;
-  } catch (...) {
-    PQclear(PQexec(pg_, "ROLLBACK TO SAVEPOINT quorbex_statement; RELEASE SAVEPOINT quorbex_statement"));
-    throw;
-  }
+  return Guarded([&] { return Exec(sql); });
 }
 
 void Connection::SendRead(Reader* reader, const std::string& sql, const std::vector<Param>& params) const {

@@ -77,6 +77,21 @@ class Connection {
   // transaction it happens whole or not at all, and the transaction goes on either way: a failed
   // statement would otherwise end the transaction and take the rows written before it along.
   Result Write(const std::string& sql, const std::vector<Param>& params) const;
+  // Runs `work` (statements on this connection) inside a savepoint when a transaction is running, so
+  // that its failure leaves the transaction going (see Write).
+  template <class Work>
+  Result Guarded(Work&& work) const {
+    if (!InTransaction()) return work();
+    Exec("SAVEPOINT quorbex_statement");
+    try {
+      Result result = work();
+      Exec("RELEASE SAVEPOINT quorbex_statement");
+      return result;
+    } catch (...) {
+      PQclear(PQexec(pg_, "ROLLBACK TO SAVEPOINT quorbex_statement; RELEASE SAVEPOINT quorbex_statement"));
+      throw;
+    }
+  }
   // Runs statements all or nothing: inside a savepoint when a transaction is running (see Write), else
   // as one implicit transaction.
   Result ExecWhole(const std::string& sql) const;

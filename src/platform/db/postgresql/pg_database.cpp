@@ -181,16 +181,14 @@ class PgDatabase : public Database {
 
   std::shared_ptr<Recordset> OpenRecordset(const std::string& Name, int32_t Type, int32_t Options) override {
     std::string_view source = TrimStatement(Name);
-    if (IsBareName(source)) {
-      const std::string name = Unbracket(source);
+    // A table or query name, bare or bracketed, or spelled exactly as it is (blanks, quotes and all).
+    if (IsBareName(source) || !IsQuery(source)) {
+      const std::string name = IsBareName(source) ? Unbracket(source) : std::string(source);
       const Oid oid = RelationNamed(*conn_, name);
       if (oid != InvalidOid) {
         auto facts = FactsOf(*conn_, oid);
         return OpenCursor(conn_, Name, "SELECT * FROM " + Quote(facts->schema) + "." + Quote(facts->name),
                           AllowsUpdates(Type, Options));
-      }
-      if (!IsQuery(source)) {
-        Raise(ErrorKind::NoSuchObject, "'" + Name + "' is neither a table or query of the database nor a SQL statement.");
       }
     }
     return OpenCursor(conn_, Name, Name, AllowsUpdates(Type, Options));

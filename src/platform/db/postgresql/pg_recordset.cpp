@@ -67,7 +67,7 @@ bool IsActionKeyword(const std::string& word) {
 PgRows::PgRows(std::shared_ptr<Connection> conn, std::string source, std::string sql, std::vector<Param> params,
                bool allow_updates)
     : RowCache(std::move(source)), conn_(std::move(conn)), sql_(std::move(sql)), params_(std::move(params)) {
-  Result described = conn_->Describe(sql_);
+  Result described = conn_->Guarded([&] { return conn_->Describe(sql_); });
   if (PQnfields(described.get()) == 0) {
     Raise(ErrorKind::InvalidOperation, "Cannot open a recordset on an action query: '" + Source() + "'.");
   }
@@ -157,6 +157,14 @@ void PgRows::FindKey(Oid table, const std::vector<int>& base_columns) {
 // ---- Reading -------------------------------------------------------------------------------------
 
 void PgRows::Send() {
+  whole_.reset();
+  whole_next_ = 0;
+  // A failed statement ends a transaction on the server, and a streamed read can fail halfway. The
+  // reads inside a transaction (the look-ups of a save) are small: they are read whole, guarded.
+  if (conn_->InTransaction()) {
+    whole_ = conn_->Guarded([&] { return conn_->Run(sql_, params_); });
+    return;
+  }
   conn_->SendRead(this, sql_, params_);
   reading_ = true;
 }
@@ -253,6 +261,12 @@ void PgRows::Decode(const PGresult* result, int row, Variant* out) const {
 }
 
 bool PgRows::FetchRow(Variant* row) {
+  if (whole_) {
+    if (whole_next_ >= PQntuples(whole_.get())) return false;
+    if (row != nullptr) Decode(whole_.get(), whole_next_, row);
+    ++whole_next_;
+    return true;
+  }
   Result result = NextRow();
   if (!result) return false;
   if (row != nullptr) Decode(result.get(), 0, row);

@@ -50,6 +50,9 @@ class PgRows : public RowCache, public Reader {
   std::vector<ValueKind> kinds_;
   bool reading_ = false;
   std::deque<Result> drained_;
+  // Inside a transaction the result is read whole, under a savepoint (see Connection::Guarded).
+  Result whole_;
+  int whole_next_ = 0;
   std::string target_schema_;
 };
 
