@@ -1,5 +1,6 @@
 // qdl demo: the typical road of a change, on a small SQLite database the command creates.
 #include "tools/qdl/demo.h"
+#include "tools/qdl/secrets.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -42,9 +43,21 @@ void CreateTable(db::Database& database, const std::string& name, std::initializ
   database.TableDefs()->Append(table);
 }
 
-// customers and orders, with texts (umlauts included), numbers, dates and yes/no values.
-void CreateSampleDatabase(const std::string& path) {
-  auto database = db::DBEngine::Default()->CreateDatabase(path);
+// customers and orders, with texts (umlauts included), numbers, dates and yes/no values: in a new file,
+// or in the server database `path` names (replacing the two tables of an earlier run).
+void CreateSampleDatabase(const std::string& path, bool on_server) {
+  auto engine = db::DBEngine::Default();
+  auto database = on_server ? engine->OpenDatabase(path) : engine->CreateDatabase(path);
+  if (on_server) {
+    auto tables = database->TableDefs();
+    for (const char* table : {"orders", "customers"}) {
+      try {
+        tables->Delete(table);
+      } catch (const db::EngineError& e) {
+        if (e.Kind() != db::ErrorKind::ItemNotFound) throw;
+      }
+    }
+  }
   CreateTable(*database, "customers",
               {{"name", db::dbText, 80, true}, {"city", db::dbText, 50}, {"credit_limit", db::dbCurrency},
                {"since", db::dbDate}, {"active", db::dbBoolean}});
@@ -53,16 +66,16 @@ void CreateSampleDatabase(const std::string& path) {
                {"paid", db::dbBoolean}, {"note", db::dbMemo}});
   database->Execute(
       "INSERT INTO customers (name, city, credit_limit, since, active) VALUES "
-      "('Müller & Söhne GmbH', 'München', 5000, '2019-04-01 00:00:00', 1), "
-      "('Café Größenwahn', 'Wien', 1200.5, '2021-09-15 00:00:00', 1), "
-      "('Łódź Trading', 'Łódź', 800, '2022-01-10 00:00:00', 0), "
-      "('Nordlicht AB', 'Malmö', 2500, '2020-06-30 00:00:00', 1)");
+      "('Müller & Söhne GmbH', 'München', 5000, '2019-04-01 00:00:00', TRUE), "
+      "('Café Größenwahn', 'Wien', 1200.5, '2021-09-15 00:00:00', TRUE), "
+      "('Łódź Trading', 'Łódź', 800, '2022-01-10 00:00:00', FALSE), "
+      "('Nordlicht AB', 'Malmö', 2500, '2020-06-30 00:00:00', TRUE)");
   database->Execute(
       "INSERT INTO orders (customer_id, ordered, amount, paid, note) VALUES "
-      "(1, '2024-02-01 09:30:00', 1499.9, 1, 'Erstbestellung'), "
-      "(1, '2024-03-12 14:05:00', 320.0, 0, NULL), "
-      "(2, '2024-03-20 11:00:00', 87.5, 1, 'Kaffeebohnen, 5 kg'), "
-      "(4, '2024-04-02 08:15:00', 640.25, 0, 'Express')");
+      "(1, '2024-02-01 09:30:00', 1499.9, TRUE, 'Erstbestellung'), "
+      "(1, '2024-03-12 14:05:00', 320.0, FALSE, NULL), "
+      "(2, '2024-03-20 11:00:00', 87.5, TRUE, 'Kaffeebohnen, 5 kg'), "
+      "(4, '2024-04-02 08:15:00', 640.25, FALSE, 'Express')");
   database->Close();
 }
 
@@ -107,7 +120,7 @@ bool CheckErrors(DataLayer& layer, const std::string& step) {
 
 }  // namespace
 
-int RunDemo(const std::string& folder_argument) {
+int RunDemo(const std::string& folder_argument, const std::string& server) {
   std::error_code error;
   const std::string folder = fs::absolute(folder_argument, error).string();
   fs::create_directories(folder + "/logs", error);
@@ -117,12 +130,13 @@ int RunDemo(const std::string& folder_argument) {
   }
   // The demo keeps its settings beside its data, so it never touches the user's own settings.
   setenv("QUORBEX_SETTINGS", (folder + "/settings.ini").c_str(), 1);
-  const std::string path = folder + "/shop.db";
-  fs::remove(path, error);  // a fresh database on every run, so the demo can be repeated
+  const bool on_server = !server.empty();
+  const std::string path = on_server ? server : folder + "/shop.db";
+  if (!on_server) fs::remove(path, error);  // a fresh database on every run, so the demo can be repeated
 
   Step("Create the sample database");
-  CreateSampleDatabase(path);
-  Show(path);
+  CreateSampleDatabase(path, on_server);
+  Show(MaskSecrets(path));
 
   auto layer = std::make_shared<DataLayer>();
   layer->SuppressAllMessages(true);
@@ -132,7 +146,7 @@ int RunDemo(const std::string& folder_argument) {
   Step("Bind the database (SetDatabaseByPath)");
   layer->SetDatabaseByPath(path);
   if (!CheckErrors(*layer, "binding")) return 1;
-  Show("bound to " + path);
+  Show("bound to " + MaskSecrets(path));
 
   Step("Load a query (GetRecordset)");
   const std::string sql = "SELECT * FROM customers ORDER BY id";
@@ -184,7 +198,7 @@ int RunDemo(const std::string& folder_argument) {
   PrintTable("Read back from the database");
 
   Step("Where things are");
-  Show("database:    " + path);
+  Show("database:    " + MaskSecrets(path));
   Show("session log: " + NewestLog(folder + "/logs"));
   return 0;
 }

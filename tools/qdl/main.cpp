@@ -20,6 +20,9 @@ int main(int argc, char** argv) {
   auto* demo = app.add_subcommand("demo", "Create a sample SQLite database and walk a change through it");
   demo->add_option("--folder", demo_folder, "Folder for the sample database and its session logs")
       ->capture_default_str();
+  std::string demo_server;
+  demo->add_option("--db", demo_server,
+                   "A server database to use instead of a new SQLite file (postgresql://user@host/db)");
 
   // Schema work.
   std::string schema_db, update_script;
@@ -59,7 +62,7 @@ int main(int argc, char** argv) {
 
   CLI11_PARSE(app, argc, argv);
   try {
-    if (*demo) return quorbex::qdl::RunDemo(demo_folder);
+    if (*demo) return quorbex::qdl::RunDemo(demo_folder, demo_server);
     if (*tables) return quorbex::qdl::RunTables(schema_db);
     if (*update) return quorbex::qdl::RunUpdate(schema_db, update_script);
     if (*compact) return quorbex::qdl::RunCompact(schema_db);
