@@ -67,19 +67,19 @@ Param ToParam(const Variant& value, int32_t code) {
   char buffer[64];
   switch (stored.kind) {
     case Stored::Kind::Null: return param;
-    case Stored::Kind::Integer: {
-      const int64_t whole = code == 5 ? stored.integer * 10000 : stored.integer;
+    case Stored::Kind::Integer:
       if (code != 5) {
-        param.bytes.assign(buffer, std::to_chars(buffer, buffer + sizeof buffer, whole).ptr);
+        param.bytes.assign(buffer, std::to_chars(buffer, buffer + sizeof buffer, stored.integer).ptr);
         break;
       }
       [[fallthrough]];
-    }
     case Stored::Kind::Real: {
       if (code == 5) {
         // Currency is exact to four decimals: its scaled integer written as a decimal text.
-        const int64_t scaled = stored.kind == Stored::Kind::Integer ? stored.integer * 10000
-                                                                    : Currency::FromDouble(stored.real).scaled;
+        // A Currency value keeps all its digits; the stored form went through a double.
+        const int64_t scaled = value.Type() == VarType::Currency    ? value.AsCurrency().scaled
+                               : stored.kind == Stored::Kind::Integer ? stored.integer * 10000
+                                                                      : Currency::FromDouble(stored.real).scaled;
         const bool negative = scaled < 0;
         const uint64_t magnitude = negative ? 0 - static_cast<uint64_t>(scaled) : static_cast<uint64_t>(scaled);
         std::string digits = std::to_string(magnitude / 10000);
