@@ -16,6 +16,9 @@
 #include <vector>
 
 #include "bench_util.h"
+#ifdef QUORBEX_BENCH_POSTGRESQL
+#include "pg_baseline.h"
+#endif
 #include "sqlite_baseline.h"
 #include "quorbex/clsOfflineRecordset.h"
 #include "quorbex/engine.h"
@@ -86,6 +89,10 @@ std::unique_ptr<std::vector<Variant>> PlainLoop(const std::string& path) {
   return quorbex::bench::ReadAllWithSqlite(path, "SELECT * FROM bench");
 }
 
+// Times the library's load against `baseline` (twice each, the faster counts) and reports time and memory.
+template <class Baseline>
+void Compare(const std::string& name, Baseline&& baseline_run);
+
 std::shared_ptr<quorbex::clsOfflineRecordset> LibraryLoad() {
   auto offline = std::make_shared<quorbex::clsOfflineRecordset>();
   auto rs = quorbex::internal::OpenQueryRecordset("SELECT * FROM bench");
@@ -94,6 +101,36 @@ std::shared_ptr<quorbex::clsOfflineRecordset> LibraryLoad() {
     std::exit(1);
   }
   return offline;
+}
+
+template <class Baseline>
+void Compare(const std::string& name, Baseline&& baseline_run) {
+  using quorbex::bench::ResidentBytes;
+  using quorbex::bench::Seconds;
+  const double cells = static_cast<double>(kRows) * kColumns;
+  double library = 1e9, baseline = 1e9, library_bytes = 0, baseline_bytes = 0;
+  for (int round = 0; round < 2; ++round) {
+    long long before = ResidentBytes();
+    double t0 = Seconds();
+    auto offline = LibraryLoad();
+    double t1 = Seconds();
+    library = std::min(library, t1 - t0);
+    if (round == 0) library_bytes = static_cast<double>(ResidentBytes() - before) / cells;
+    offline.reset();
+    malloc_trim(0);
+
+    before = ResidentBytes();
+    t0 = Seconds();
+    auto plain = baseline_run();
+    t1 = Seconds();
+    baseline = std::min(baseline, t1 - t0);
+    if (round == 0) baseline_bytes = static_cast<double>(ResidentBytes() - before) / cells;
+    plain.reset();
+    malloc_trim(0);
+  }
+  quorbex::bench::Report(name, library, baseline);
+  std::printf("%s memory: library %.1f bytes/cell, baseline %.1f bytes/cell, ratio %.2f\n", name.c_str(), library_bytes,
+              baseline_bytes, baseline_bytes > 0 ? library_bytes / baseline_bytes : 0.0);
 }
 
 }  // namespace
@@ -111,34 +148,24 @@ int main() {
   PlainLoop(path);  // warm the file into the page cache
   malloc_trim(0);
 
-  const double cells = static_cast<double>(kRows) * kColumns;
-  double library = 1e9, baseline = 1e9, library_bytes = 0, baseline_bytes = 0;
-  for (int round = 0; round < 2; ++round) {
-    long long before = ResidentBytes();
-    double t0 = Seconds();
-    auto offline = LibraryLoad();
-    double t1 = Seconds();
-    library = std::min(library, t1 - t0);
-    if (round == 0) library_bytes = static_cast<double>(ResidentBytes() - before) / cells;
-    offline.reset();
-    malloc_trim(0);
-
-    before = ResidentBytes();
-    t0 = Seconds();
-    auto plain = PlainLoop(path);
-    t1 = Seconds();
-    baseline = std::min(baseline, t1 - t0);
-    if (round == 0) baseline_bytes = static_cast<double>(ResidentBytes() - before) / cells;
-    plain.reset();
-    malloc_trim(0);
-  }
-  quorbex::bench::Report("fill 1000000x8", library, baseline);
-  std::printf("fill 1000000x8 memory: library %.1f bytes/cell, baseline %.1f bytes/cell, ratio %.2f\n", library_bytes,
-              baseline_bytes, baseline_bytes > 0 ? library_bytes / baseline_bytes : 0.0);
-
+  Compare("fill 1000000x8", [&] { return PlainLoop(path); });
   quorbex::internal::State().current_database->Close();
   quorbex::internal::State().current_database.reset();
   ::unlink(path.c_str());
   ::rmdir(folder);
+
+#ifdef QUORBEX_BENCH_POSTGRESQL
+  // The same table on the server, read in single-row mode on both sides.
+  if (const std::string server = quorbex::bench::BenchServer(); !server.empty()) {
+    quorbex::bench::PgGenerate(server, kRows);
+    quorbex::internal::State().current_database = quorbex::db::DBEngine::Default()->OpenDatabase(server);
+    Compare("fill 1000000x8 (PostgreSQL)", [&] { return quorbex::bench::ReadAllWithLibpq(server, "SELECT * FROM bench"); });
+    quorbex::internal::State().current_database->Execute("DROP TABLE bench");
+    quorbex::internal::State().current_database->Close();
+    quorbex::internal::State().current_database.reset();
+  } else {
+    std::printf("fill 1000000x8 (PostgreSQL): skipped, no server (run under scripts/with-pg.sh)\n");
+  }
+#endif
   return 0;
 }

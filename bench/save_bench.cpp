@@ -18,8 +18,12 @@
 #include <vector>
 
 #include "bench_util.h"
+#ifdef QUORBEX_BENCH_POSTGRESQL
+#include "pg_baseline.h"
+#endif
 #include "sqlite_baseline.h"
 #include "quorbex/DataLayer.h"
+#include "quorbex/engine.h"
 #include "service/thread_state.h"
 
 namespace {
@@ -130,6 +134,25 @@ int main() {
   quorbex::bench::Report("Save 100,000 changed records (session log on)", logged.save, baseline_save);
   quorbex::bench::Report("Save 100,000 changed records (session log off)", quiet.save, baseline_save);
   std::printf("(the 100,000 SetFieldValue calls take %.3f s of each Save figure)\n", quiet.edits);
+#ifdef QUORBEX_BENCH_POSTGRESQL
+  // The same on the server: the session log off, against one prepared UPDATE per row.
+  if (const std::string server = quorbex::bench::BenchServer(); !server.empty()) {
+    quorbex::bench::PgGenerate(server, kRows);
+    double start = quorbex::bench::Seconds();
+    quorbex::bench::ReadAllWithLibpq(server, "SELECT * FROM bench");
+    const double pg_baseline_load = quorbex::bench::Seconds() - start;
+    const LibraryTimes pg = LibraryRun(server, logs, false, 0.25);
+    start = quorbex::bench::Seconds();
+    quorbex::bench::SaveWithLibpq(server, kRows, kStep, 0.75);
+    const double pg_baseline_save = quorbex::bench::Seconds() - start;
+    quorbex::bench::Report("GetRecordset 1,000,000 x 8 (PostgreSQL)", pg.load, pg_baseline_load);
+    quorbex::bench::Report("Save 100,000 changed records (PostgreSQL, session log off)", pg.save, pg_baseline_save);
+    quorbex::internal::State() = quorbex::internal::ThreadState{};
+    quorbex::db::DBEngine::Default()->OpenDatabase(server)->Execute("DROP TABLE bench");
+  } else {
+    std::printf("PostgreSQL runs skipped: no server (run under scripts/with-pg.sh)\n");
+  }
+#endif
   std::error_code error;
   fs::remove_all(folder, error);
   return 0;
