@@ -25,6 +25,7 @@ constexpr const char* kRelationColumns =
 constexpr const char* kUniqueKeys =
     "SELECT x.indkey::text FROM pg_catalog.pg_index x WHERE x.indrelid = $1 AND x.indisunique "
     "AND x.indpred IS NULL AND x.indexprs IS NULL ORDER BY x.indisprimary DESC, x.indexrelid";
+constexpr const char* kIndexIsPrimary = "SELECT indisprimary FROM pg_catalog.pg_index WHERE indexrelid = $1";
 constexpr const char* kViewDefinition = "SELECT pg_catalog.pg_get_viewdef($1::oid)";
 constexpr const char* kViewText =
     "SELECT COALESCE(pg_catalog.obj_description($1::oid, 'pg_class'), pg_catalog.pg_get_viewdef($1::oid))";
@@ -319,7 +320,7 @@ void PgSchema::CreateIndex(const std::string& table, IndexSpec& index) {
 
 void PgSchema::DropIndex(const std::string& table, const IndexSpec& index) {
   const Oid oid = RelationNamed(*conn_, index.physical, "i");
-  Result key = conn_->Run("SELECT indisprimary FROM pg_catalog.pg_index WHERE indexrelid = $1", OidParam(oid));
+  Result key = conn_->Run(kIndexIsPrimary, OidParam(oid));
   if (PQntuples(key.get()) > 0 && IsTrue(key.get(), 0, 0)) {
     Raise(ErrorKind::NotSupported, "The key of table '" + table + "' cannot be removed.");
   }
