@@ -3,7 +3,7 @@
 // This is the one way the library (and a client that hands a database to DataLayer.SetDatabase) talks
 // to a relational database. The object model and the numeric codes are those of the classic desktop
 // data-access objects, so ported client code reads line for line; the work is done by a backend chosen
-// by DBEngine::OpenDatabase from the first bytes of the file (SQLite today). Nothing here includes a
+// by DBEngine::OpenDatabase from the name (a server connection string) or the first bytes of the file. Nothing here includes a
 // backend's header.
 //
 // Errors: every failure of an engine operation throws db::EngineError, whose what() is the engine's
@@ -458,8 +458,11 @@ class DBEngine : public Object {
   // The calling thread's engine (created on first use).
   static std::shared_ptr<DBEngine> Default();
 
-  // Opens an existing database. The backend is chosen by the file's first bytes: "SQLite format 3"
-  // opens SQLite; a Jet/ACE file ("Standard Jet DB" / "Standard ACE DB" at offset 4) raises NotSupported
+  // Opens an existing database. A connection string opens a server database: a postgresql:// or
+  // postgres:// URI, or a libpq key=value string that starts with host= or dbname= (every libpq
+  // parameter passes through; DefaultUser and DefaultPassword apply where it names none; Name() is the
+  // string without its password). Otherwise the backend is chosen by the file's first bytes:
+  // "SQLite format 3" opens SQLite; a Jet/ACE file ("Standard Jet DB" / "Standard ACE DB" at offset 4) raises NotSupported
   // ("Jet and ACE database files (.mdb, .accdb) are not supported yet: '<path>'."). A missing file raises FileNotFound
   // ("Could not find file '<path>'."); a folder, an empty file or anything else NotADatabase
   // ("Unrecognized database format '<path>'."); a damaged SQLite file NotADatabase as well. Exclusive keeps the file locked against other connections while open; ReadOnly opens it
