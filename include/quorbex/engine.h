@@ -33,6 +33,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "quorbex/variant.h"
 
@@ -90,6 +91,12 @@ inline constexpr int32_t dbEditAdd = 2;
 // has no per-file sort locale and one file format, so both are accepted and have no effect.
 inline constexpr const char* dbLangGeneral = ";LANGID=0x0409;CP=1252;COUNTRY=0";
 inline constexpr int32_t dbVersion40 = 64;
+
+// Relation attributes (Relation::Attributes), as the classic engine stores them.
+inline constexpr int32_t dbRelationUnique = 1;
+inline constexpr int32_t dbRelationDontEnforce = 2;
+inline constexpr int32_t dbRelationUpdateCascade = 256;
+inline constexpr int32_t dbRelationDeleteCascade = 4096;
 
 // ---- Errors --------------------------------------------------------------------------------------
 
@@ -204,6 +211,18 @@ class Indexes {
   virtual void Append(std::shared_ptr<Index> index) = 0;
   // Drops the index; raises ItemNotFound when there is none.
   virtual void Delete(std::string_view name) = 0;
+};
+
+// A relationship between two tables: the values of ForeignTable's ForeignFields refer to the row of
+// Table whose Fields hold them (Table's key or a unique index). Fields and ForeignFields pair up by
+// position. A plain value: Database::Relations hands out copies, Database::CreateRelation takes one.
+struct Relation {
+  std::string Name;
+  std::string Table;
+  std::string ForeignTable;
+  int32_t Attributes = 0;  // dbRelationUpdateCascade, dbRelationDeleteCascade, dbRelationDontEnforce
+  std::vector<std::string> Fields;
+  std::vector<std::string> ForeignFields;
 };
 
 // ---- Objects -------------------------------------------------------------------------------------
@@ -341,6 +360,10 @@ class QueryDef : public Object {
   virtual void Execute(int32_t Options = 0) = 0;
   // Releases the object; the stored query stays in the database. Later calls raise Closed.
   virtual void Close() = 0;
+  // Empty when the query can be opened. Otherwise why it cannot: a stored query of a read-only legacy
+  // file that has no SQL form (it asks for parameters, reads a form's controls, or is a crosstab, action,
+  // pass-through or data-definition query). OpenRecordset and Execute then raise NotSupported with it.
+  virtual std::string Unavailable() const { return std::string(); }
 };
 
 // An index of a table definition.
@@ -429,6 +452,15 @@ class Database : public Object {
   virtual std::shared_ptr<db::TableDefs> TableDefs() = 0;
   // A new table definition, created in the database by TableDefs()->Append.
   virtual std::shared_ptr<TableDef> CreateTableDef(const std::string& Name = "") = 0;
+
+  // The relationships between the tables (their foreign keys), ordered by foreign table. The default:
+  // none.
+  virtual std::vector<Relation> Relations();
+  // Makes the relationship a foreign key of its ForeignTable (Feature::SchemaChanges). The tables and
+  // fields must exist; the rows already there are not checked. Raises NotSupported where the backend
+  // cannot (the default), ItemNotFound for a missing table, InvalidOperation for a relationship
+  // without fields or with unpaired ones.
+  virtual void CreateRelation(const Relation& relation);
 
   // Transactions (Feature::Transactions). BeginTrans takes the write lock at once, waiting for another
   // writer up to the busy timeout (DBEngine::BusyTimeout), so a transaction never fails later because

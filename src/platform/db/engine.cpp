@@ -160,6 +160,12 @@ void DBEngine::BusyTimeout(int32_t lngMilliseconds) { busy_timeout_ms_ = lngMill
 
 // ---- defaults of the base classes ----------------------------------------------------------------
 
+std::vector<Relation> Database::Relations() { return {}; }
+
+void Database::CreateRelation(const Relation& relation) {
+  Raise(ErrorKind::NotSupported, "This database cannot create relationships ('" + relation.Name + "').");
+}
+
 std::string Database::QuoteName(std::string_view name) const {
   std::string quoted = "\"";
   for (char c : name) {

@@ -41,6 +41,8 @@ class ForwardingDatabase : public db::Database {
   std::shared_ptr<db::TableDef> CreateTableDef(const std::string& name) override {
     return target_->CreateTableDef(name);
   }
+  std::vector<db::Relation> Relations() override { return target_->Relations(); }
+  void CreateRelation(const db::Relation& relation) override { target_->CreateRelation(relation); }
   void BeginTrans() override { target_->BeginTrans(); }
   void CommitTrans() override { target_->CommitTrans(); }
   void Rollback() override { target_->Rollback(); }
