@@ -51,14 +51,17 @@ std::vector<std::string> Split(const std::string& text) {
 std::string TextOf(const Variant& v) { return v.IsString() ? v.AsString() : std::string(); }
 int NumberOf(const Variant& v) { return v.IsNull() || v.IsEmpty() ? 0 : CLng(v); }
 
-// The stored queries, rebuilt from MSysObjects (names) and MSysQueries (definitions), by name.
+// The stored queries, rebuilt from MSysObjects (names) and MSysQueries (definitions), by name. (The
+// catalogue cannot tell: reading a table leaves libmdb's catalogue holding tables only.)
 std::vector<StoredQuery> ReadQueries(MdbHandle* mdb) {
-  std::map<std::string, std::vector<std::string>> present;
-  for (unsigned i = 0; i < mdb->num_catalog; ++i) {
-    auto* entry = static_cast<MdbCatalogEntry*>(g_ptr_array_index(mdb->catalog, i));
-    if (entry->object_type == MDB_QUERY) present[entry->object_name];
-  }
-  if (present.empty()) return {};
+  auto has_table = [&](std::string_view name) {
+    for (unsigned i = 0; i < mdb->num_catalog; ++i) {
+      auto* entry = static_cast<MdbCatalogEntry*>(g_ptr_array_index(mdb->catalog, i));
+      if (entry->object_type == MDB_TABLE && name == entry->object_name) return true;
+    }
+    return false;
+  };
+  if (!has_table("MSysObjects") || !has_table("MSysQueries")) return {};
   std::map<int, std::string> names;
   {
     TableReader objects(mdb, "MSysObjects");
