@@ -424,6 +424,10 @@ class Database : public Object {
   // Runs one or more action statements (separated by ";"). A SELECT raises InvalidOperation
   // ("Cannot execute a select query."). Options are accepted and have no effect.
   virtual void Execute(const std::string& Query, int32_t Options = 0) = 0;
+  // Runs one action statement whose "?" placeholders take `Parameters` in order: the values travel as
+  // bound parameters, never as SQL text (an INSERT into a table without a key, which no recordset can
+  // add to). Backends without parameters raise NotSupported (the default).
+  virtual void Execute(const std::string& Query, std::span<const Variant> Parameters, int32_t Options = 0);
   // The rows changed by the last Execute.
   virtual int32_t RecordsAffected() const = 0;
 

@@ -88,10 +88,30 @@ int64_t CountRows(db::Database& source, const std::string& table) {
 void CopyRows(db::Database& source, db::Database& target, TableCopy& copy, frmProgress* progress, int32_t& done,
               int32_t total) {
   auto from = source.OpenRecordset("SELECT * FROM " + source.QuoteName(copy.name), db::dbOpenForwardOnly, db::dbReadOnly);
+  auto count = [&] {
+    ++copy.rows;
+    if (progress && ++done % 256 == 0) {
+      int32_t position = done;
+      int32_t all = total;
+      progress->SetProgress(position, all, "rows of " + copy.name);
+    }
+  };
   auto to = target.OpenRecordset("SELECT * FROM " + target.QuoteName(copy.name) + " WHERE 1 = 0", db::dbOpenDynaset);
   if (!to->Updatable()) {
-    throw std::runtime_error("the rows of table '" + copy.name +
-                             "' cannot be written: the target table has no key (primary key or unique index)");
+    // A table without a key takes no rows through a recordset: one INSERT with bound values per row.
+    auto fields = to->Fields();
+    std::string columns, marks;
+    for (int32_t i = 0; i < fields->Count(); ++i) {
+      columns += (i ? ", " : "") + target.QuoteName(fields->Item(i)->Name());
+      marks += i ? ", ?" : "?";
+    }
+    to->Close();
+    const std::string insert = "INSERT INTO " + target.QuoteName(copy.name) + " (" + columns + ") VALUES (" + marks + ")";
+    from->TakeRows([&](std::span<Variant> row) {
+      target.Execute(insert, row);
+      count();
+    });
+    return;
   }
   auto fields = to->Fields();
   std::vector<std::shared_ptr<db::Field>> targets;
@@ -102,12 +122,7 @@ void CopyRows(db::Database& source, db::Database& target, TableCopy& copy, frmPr
       if (!row[i].IsNull()) targets[i]->Value(row[i]);
     }
     to->Update();
-    ++copy.rows;
-    if (progress && ++done % 256 == 0) {
-      int32_t position = done;
-      int32_t all = total;
-      progress->SetProgress(position, all, "rows of " + copy.name);
-    }
+    count();
   });
   to->Close();
 }

@@ -160,6 +160,10 @@ void DBEngine::BusyTimeout(int32_t lngMilliseconds) { busy_timeout_ms_ = lngMill
 
 // ---- defaults of the base classes ----------------------------------------------------------------
 
+void Database::Execute(const std::string&, std::span<const Variant>, int32_t) {
+  Raise(ErrorKind::NotSupported, "This database takes no parameters in action statements.");
+}
+
 std::vector<Relation> Database::Relations() { return {}; }
 
 void Database::CreateRelation(const Relation& relation) {

@@ -24,6 +24,9 @@ class ForwardingDatabase : public db::Database {
   bool Supports(db::Feature feature) const override { return target_->Supports(feature); }
   std::string QuoteName(std::string_view name) const override { return target_->QuoteName(name); }
   void Execute(const std::string& query, int32_t options) override { target_->Execute(query, options); }
+  void Execute(const std::string& query, std::span<const Variant> parameters, int32_t options) override {
+    target_->Execute(query, parameters, options);
+  }
   int32_t RecordsAffected() const override { return target_->RecordsAffected(); }
   std::shared_ptr<db::Recordset> OpenRecordset(const std::string& name, int32_t type, int32_t options) override {
     return target_->OpenRecordset(name, type, options);

@@ -178,7 +178,11 @@ std::vector<Record> ReadGuarded(const std::string& path, const std::function<voi
   }
   for (const auto& r : records) {
     if (r.tag == 'E' && !r.payload.empty()) {
-      Raise(static_cast<ErrorKind>(r.payload[0] - 'A'), r.payload.substr(1));
+      // A failure inside the file (a table or column libmdb reads without a name, rows that stop
+      // short) is a damaged file, whatever step met it.
+      const std::string text = r.payload.substr(1);
+      if (text.find(path) != std::string::npos) Raise(static_cast<ErrorKind>(r.payload[0] - 'A'), text);
+      RaiseDamaged(path, text);
     }
   }
   if (!WIFEXITED(status) || WEXITSTATUS(status) != 0 || !buffer.empty()) {

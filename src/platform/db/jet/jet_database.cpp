@@ -314,6 +314,7 @@ class JetDatabase : public ForwardingDatabase {
   bool Updatable() const override { return false; }
   bool Supports(Feature) const override { return false; }
   void Execute(const std::string&, int32_t) override { Refuse(); }
+  void Execute(const std::string&, std::span<const Variant>, int32_t) override { Refuse(); }
   int32_t RecordsAffected() const override { return 0; }
   std::shared_ptr<Recordset> OpenRecordset(const std::string& name, int32_t type, int32_t options) override {
     return std::make_shared<JetRecordset>(Target().OpenRecordset(name, type, options), refusal_);

@@ -207,6 +207,25 @@ class SqliteDatabase : public Database {
     records_affected_ = SqliteQueryDef::RunAction(conn_, Query);
   }
 
+  void Execute(const std::string& Query, std::span<const Variant> Parameters, int32_t /*Options*/) override {
+    records_affected_ = 0;
+    std::string_view tail;
+    Stmt stmt = conn_->Prepare(Query, &tail);
+    if (!stmt) Raise(ErrorKind::Syntax, "The SQL text is empty.");
+    if (!TrimStatement(tail).empty()) Raise(ErrorKind::Syntax, "Only one statement can take parameters.");
+    if (sqlite3_column_count(stmt.get()) > 0 && sqlite3_stmt_readonly(stmt.get())) {
+      Raise(ErrorKind::InvalidOperation, text::kSelectInExecute);
+    }
+    if (static_cast<int>(Parameters.size()) != sqlite3_bind_parameter_count(stmt.get())) {
+      Raise(ErrorKind::InvalidOperation, "The statement has " + std::to_string(sqlite3_bind_parameter_count(stmt.get())) +
+                                             " parameters, " + std::to_string(Parameters.size()) + " values were given.");
+    }
+    for (size_t i = 0; i < Parameters.size(); ++i) Bind(*conn_, stmt.get(), static_cast<int>(i + 1), Encode(Parameters[i], 0));
+    while (conn_->Step(stmt.get()) == SQLITE_ROW) {
+    }
+    records_affected_ = sqlite3_changes64(conn_->Handle());
+  }
+
   int32_t RecordsAffected() const override { return static_cast<int32_t>(records_affected_); }
 
   std::shared_ptr<Recordset> OpenRecordset(const std::string& Name, int32_t Type, int32_t Options) override {
