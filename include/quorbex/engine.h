@@ -3,8 +3,8 @@
 // This is the one way the library (and a client that hands a database to DataLayer.SetDatabase) talks
 // to a relational database. The object model and the numeric codes are those of the classic desktop
 // data-access objects, so ported client code reads line for line; the work is done by a backend chosen
-// by DBEngine::OpenDatabase from the first bytes of the file (SQLite today). Nothing here includes a
-// backend's header.
+// by DBEngine::OpenDatabase from the first bytes of the file (SQLite, or read-only Jet/ACE files).
+// Nothing here includes a backend's header.
 //
 // Errors: every failure of an engine operation throws db::EngineError, whose what() is the engine's
 // description of the problem (the text the library puts after "...: " in its messages). No other
@@ -490,8 +490,11 @@ class DBEngine : public Object {
   static std::shared_ptr<DBEngine> Default();
 
   // Opens an existing database. The backend is chosen by the file's first bytes: "SQLite format 3"
-  // opens SQLite; a Jet/ACE file ("Standard Jet DB" / "Standard ACE DB" at offset 4) raises NotSupported
-  // ("Jet and ACE database files (.mdb, .accdb) are not supported yet: '<path>'."). A missing file raises FileNotFound
+  // opens SQLite; a Jet/ACE file ("Standard Jet DB" / "Standard ACE DB" at offset 4) opens read-only
+  // (Updatable false, every write raises ReadOnly naming `qdl migrate`; a damaged, encrypted or unreadable
+  // one raises NotADatabase "The file '<path>' is damaged, encrypted or not a readable Jet/ACE database
+  // (...)."), or, in a build without the Jet backend, raises NotSupported ("Jet and ACE database files
+  // (.mdb, .accdb) are not supported yet: '<path>'."). A missing file raises FileNotFound
   // ("Could not find file '<path>'."); a folder, an empty file or anything else NotADatabase
   // ("Unrecognized database format '<path>'."); a damaged SQLite file NotADatabase as well. Exclusive keeps the file locked against other connections while open; ReadOnly opens it
   // for reading only. Connect is kept for server backends.
