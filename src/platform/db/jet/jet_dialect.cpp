@@ -96,27 +96,38 @@ std::string SqlText(std::string_view content) {
 // #m/d/y [h:m[:s] [AM|PM]]# or #y-m-d ...# as the mirror's ISO text. Two-digit years: below 30 is
 // 20xx, as Jet reads them.
 std::string JetDate(const std::string& text) {
-  int a = 0, b = 0, c = 0, h = 0, m = 0, sec = 0;
-  char sep = 0;
-  int used = 0;
-  if (std::sscanf(text.c_str(), " %d%c%d%*c%d%n", &a, &sep, &b, &c, &used) < 4 || (sep != '/' && sep != '-')) {
+  // The numbers in order, with how many digits each has.
+  std::vector<std::pair<int, size_t>> numbers;
+  for (size_t i = 0; i < text.size();) {
+    if (!std::isdigit(static_cast<unsigned char>(text[i]))) {
+      ++i;
+      continue;
+    }
+    size_t j = i;
+    int value = 0;
+    while (j < text.size() && std::isdigit(static_cast<unsigned char>(text[j])) && j - i < 9) value = value * 10 + (text[j++] - '0');
+    numbers.push_back({value, j - i});
+    i = j;
+  }
+  const bool iso = text.find('-') != std::string::npos;
+  if (numbers.size() < 3 || (!iso && text.find('/') == std::string::npos)) {
     throw Untranslatable("the date #" + text + "# cannot be read");
   }
-  int year = 0, month = 0, day = 0;
-  if (sep == '-' && a > 31) {
-    year = a, month = b, day = c;
-  } else {
-    month = a, day = b, year = c;
+  int year = iso ? numbers[0].first : numbers[2].first;
+  const size_t year_digits = iso ? numbers[0].second : numbers[2].second;
+  const int month = iso ? numbers[1].first : numbers[0].first;
+  const int day = iso ? numbers[2].first : numbers[1].first;
+  if (year_digits <= 2) year += year < 30 ? 2000 : 1900;
+  int h = numbers.size() > 3 ? numbers[3].first : 0;
+  const int m = numbers.size() > 4 ? numbers[4].first : 0;
+  const int sec = numbers.size() > 5 ? numbers[5].first : 0;
+  const std::string upper = UpperAscii(text);
+  if (upper.find("PM") != std::string::npos && h < 12) h += 12;
+  if (upper.find("AM") != std::string::npos && h == 12) h = 0;
+  if (month < 1 || month > 12 || day < 1 || day > 31 || h > 23 || m > 59 || sec > 59) {
+    throw Untranslatable("the date #" + text + "# cannot be read");
   }
-  if (year < 100 && text.find(std::to_string(year) + " ") == std::string::npos) year += year < 30 ? 2000 : 1900;
-  std::string rest = text.substr(static_cast<size_t>(used));
-  if (std::sscanf(rest.c_str(), " %d:%d:%d", &h, &m, &sec) >= 2) {
-    std::string upper = UpperAscii(rest);
-    if (upper.find("PM") != std::string::npos && h < 12) h += 12;
-    if (upper.find("AM") != std::string::npos && h == 12) h = 0;
-  }
-  if (month < 1 || month > 12 || day < 1 || day > 31) throw Untranslatable("the date #" + text + "# cannot be read");
-  char buf[40];
+  char buf[48];
   std::snprintf(buf, sizeof buf, "'%04d-%02d-%02d %02d:%02d:%02d'", year, month, day, h, m, sec);
   return buf;
 }
@@ -137,7 +148,7 @@ const std::set<std::string>& Keywords() {
   static const std::set<std::string> k = {"AND", "OR",   "NOT",  "IN",    "EXISTS", "SELECT",  "FROM", "WHERE",
                                           "ON",  "AS",   "BY",   "JOIN",  "UNION",  "ALL",     "ANY",  "SOME",
                                           "HAVING", "BETWEEN", "LIKE", "IS", "NULL", "CASE", "WHEN", "THEN",
-                                          "ELSE", "END", "DISTINCT", "INNER", "LEFT", "RIGHT", "OUTER", "GROUP",
+                                          "ELSE", "END", "DISTINCT", "INNER", "OUTER", "GROUP",
                                           "ORDER", "ASC", "DESC", "VALUES"};
   return k;
 }

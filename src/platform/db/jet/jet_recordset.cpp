@@ -66,7 +66,7 @@ TableReader::TableReader(MdbHandle* mdb, const std::string& name) : mdb_(mdb) {
     columns_[i] = static_cast<MdbColumn*>(g_ptr_array_index(table_->columns, i));
     if (NeedsText(columns_[i]->col_type)) {
       // libmdb writes up to the bind size into every bound buffer.
-      buffers_[i] = std::make_unique<char[]>(mdb_->bind_size + 1);
+      buffers_[i] = std::unique_ptr<char[]>(new char[mdb_->bind_size + 1]);  // not zeroed: libmdb writes each value
       mdb_bind_column(table_, static_cast<int>(i + 1), buffers_[i].get(), &lengths_[i]);
     }
   }
