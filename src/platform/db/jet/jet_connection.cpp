@@ -19,8 +19,6 @@ namespace {
 
 int stall_timeout_ms = 20000;
 
-// Memos are read whole up to this size (libmdb cuts a value at the bind size).
-constexpr size_t kBindSize = size_t{1} << 20;
 
 bool WriteAll(int fd, const char* data, size_t size) {
   while (size > 0) {
@@ -80,7 +78,6 @@ bool TakeRecords(std::string& buffer, std::vector<Record>& records) {
 MdbFile::MdbFile(const std::string& path) : path_(path) {
   mdb_ = mdb_open(path.c_str(), MDB_NOFLAGS);
   if (mdb_ == nullptr) RaiseDamaged(path, "libmdb cannot read its header");
-  mdb_set_bind_size(mdb_, kBindSize);
   if (mdb_read_catalog(mdb_, MDB_ANY) == nullptr || mdb_->num_catalog == 0) {
     mdb_close(mdb_);
     mdb_ = nullptr;

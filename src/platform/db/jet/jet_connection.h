@@ -20,7 +20,7 @@
 
 namespace quorbex::db::internal::jet {
 
-// An open libmdb handle with its catalogue read and the bind size set so that memos are read whole.
+// An open libmdb handle with its catalogue read (TableReader sets the bind size per table).
 class MdbFile {
  public:
   // Opens `path` read-only; raises NotADatabase naming the file when libmdb cannot read its header or

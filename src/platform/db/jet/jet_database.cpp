@@ -131,7 +131,7 @@ void CopyRows(MdbHandle* mdb, const std::string& name, sqlite::Connection& conn,
     }
     conn.Step(stmt.get());
     sqlite3_reset(stmt.get());
-    if (++count % 1024 == 0) channel.Progress();
+    if (++count % 64 == 0) channel.Progress();
   }
 }
 

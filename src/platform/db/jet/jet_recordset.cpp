@@ -8,6 +8,9 @@
 namespace quorbex::db::internal::jet {
 namespace {
 
+constexpr size_t kMemoBindSize = size_t{1} << 20;  // memos are read whole up to 1 MiB
+constexpr size_t kTextBindSize = size_t{1} << 12;
+
 template <class T>
 T RawAt(const unsigned char* p) {
   T value;
@@ -59,6 +62,13 @@ TableReader::TableReader(MdbHandle* mdb, const std::string& name) : mdb_(mdb) {
     Raise(ErrorKind::NotADatabase, "The columns of table '" + name + "' cannot be read.");
   }
   mdb_read_indices(table_);
+  // libmdb converts every text value in a fresh buffer of the bind size, and cuts a value there: memos
+  // need a large one, tables without memos do with what a 255-character text takes.
+  bool has_memo = false;
+  for (unsigned i = 0; i < table_->num_cols; ++i) {
+    has_memo |= static_cast<MdbColumn*>(g_ptr_array_index(table_->columns, i))->col_type == MDB_MEMO;
+  }
+  mdb_set_bind_size(mdb_, has_memo ? kMemoBindSize : kTextBindSize);
   columns_.resize(table_->num_cols);
   buffers_.resize(table_->num_cols);
   lengths_.assign(table_->num_cols, 0);
