@@ -3,8 +3,8 @@
 // This is the one way the library (and a client that hands a database to DataLayer.SetDatabase) talks
 // to a relational database. The object model and the numeric codes are those of the classic desktop
 // data-access objects, so ported client code reads line for line; the work is done by a backend chosen
-// by DBEngine::OpenDatabase from the name (a server connection string) or the first bytes of the file. Nothing here includes a
-// backend's header.
+// by DBEngine::OpenDatabase from the name (a server connection string) or the first bytes of the file
+// (SQLite, or read-only Jet/ACE files). Nothing here includes a backend's header.
 //
 // Errors: every failure of an engine operation throws db::EngineError, whose what() is the engine's
 // description of the problem (the text the library puts after "...: " in its messages). No other
@@ -33,6 +33,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "quorbex/variant.h"
 
@@ -90,6 +91,12 @@ inline constexpr int32_t dbEditAdd = 2;
 // has no per-file sort locale and one file format, so both are accepted and have no effect.
 inline constexpr const char* dbLangGeneral = ";LANGID=0x0409;CP=1252;COUNTRY=0";
 inline constexpr int32_t dbVersion40 = 64;
+
+// Relation attributes (Relation::Attributes), as the classic engine stores them.
+inline constexpr int32_t dbRelationUnique = 1;
+inline constexpr int32_t dbRelationDontEnforce = 2;
+inline constexpr int32_t dbRelationUpdateCascade = 256;
+inline constexpr int32_t dbRelationDeleteCascade = 4096;
 
 // ---- Errors --------------------------------------------------------------------------------------
 
@@ -204,6 +211,18 @@ class Indexes {
   virtual void Append(std::shared_ptr<Index> index) = 0;
   // Drops the index; raises ItemNotFound when there is none.
   virtual void Delete(std::string_view name) = 0;
+};
+
+// A relationship between two tables: the values of ForeignTable's ForeignFields refer to the row of
+// Table whose Fields hold them (Table's key or a unique index). Fields and ForeignFields pair up by
+// position. A plain value: Database::Relations hands out copies, Database::CreateRelation takes one.
+struct Relation {
+  std::string Name;
+  std::string Table;
+  std::string ForeignTable;
+  int32_t Attributes = 0;  // dbRelationUpdateCascade, dbRelationDeleteCascade, dbRelationDontEnforce
+  std::vector<std::string> Fields;
+  std::vector<std::string> ForeignFields;
 };
 
 // ---- Objects -------------------------------------------------------------------------------------
@@ -341,6 +360,10 @@ class QueryDef : public Object {
   virtual void Execute(int32_t Options = 0) = 0;
   // Releases the object; the stored query stays in the database. Later calls raise Closed.
   virtual void Close() = 0;
+  // Empty when the query can be opened. Otherwise why it cannot: a stored query of a read-only legacy
+  // file that has no SQL form (it asks for parameters, reads a form's controls, or is a crosstab, action,
+  // pass-through or data-definition query). OpenRecordset and Execute then raise NotSupported with it.
+  virtual std::string Unavailable() const { return std::string(); }
 };
 
 // An index of a table definition.
@@ -406,6 +429,10 @@ class Database : public Object {
   // Runs one or more action statements (separated by ";"). A SELECT raises InvalidOperation
   // ("Cannot execute a select query."). Options are accepted and have no effect.
   virtual void Execute(const std::string& Query, int32_t Options = 0) = 0;
+  // Runs one action statement whose "?" placeholders take `Parameters` in order: the values travel as
+  // bound parameters, never as SQL text (an INSERT into a table without a key, which no recordset can
+  // add to). Backends without parameters raise NotSupported (the default).
+  virtual void Execute(const std::string& Query, std::span<const Variant> Parameters, int32_t Options = 0);
   // The rows changed by the last Execute.
   virtual int32_t RecordsAffected() const = 0;
 
@@ -435,6 +462,15 @@ class Database : public Object {
   // A new table definition, created in the database by TableDefs()->Append.
   virtual std::shared_ptr<TableDef> CreateTableDef(const std::string& Name = "") = 0;
 
+  // The relationships between the tables (their foreign keys), ordered by foreign table. The default:
+  // none.
+  virtual std::vector<Relation> Relations();
+  // Makes the relationship a foreign key of its ForeignTable (Feature::SchemaChanges). The tables and
+  // fields must exist; the rows already there are not checked. Raises NotSupported where the backend
+  // cannot (the default), ItemNotFound for a missing table, InvalidOperation for a relationship
+  // without fields or with unpaired ones.
+  virtual void CreateRelation(const Relation& relation);
+
   // Transactions (Feature::Transactions). BeginTrans takes the write lock at once, waiting for another
   // writer up to the busy timeout (DBEngine::BusyTimeout), so a transaction never fails later because
   // another connection wrote meanwhile. BeginTrans inside a transaction, CommitTrans or Rollback
@@ -462,8 +498,11 @@ class DBEngine : public Object {
   // postgres:// URI, or a libpq key=value string that starts with host= or dbname= (every libpq
   // parameter passes through; DefaultUser and DefaultPassword apply where it names none; Name() is the
   // string without its password). Otherwise the backend is chosen by the file's first bytes:
-  // "SQLite format 3" opens SQLite; a Jet/ACE file ("Standard Jet DB" / "Standard ACE DB" at offset 4) raises NotSupported
-  // ("Jet and ACE database files (.mdb, .accdb) are not supported yet: '<path>'."). A missing file raises FileNotFound
+  // "SQLite format 3" opens SQLite; a Jet/ACE file ("Standard Jet DB" / "Standard ACE DB" at offset 4) opens read-only
+  // (Updatable false, every write raises ReadOnly naming `qdl migrate`; a damaged, encrypted or unreadable
+  // one raises NotADatabase "The file '<path>' is damaged, encrypted or not a readable Jet/ACE database
+  // (...)."), or, in a build without the Jet backend, raises NotSupported ("Jet and ACE database files
+  // (.mdb, .accdb) are not supported yet: '<path>'."). A missing file raises FileNotFound
   // ("Could not find file '<path>'."); a folder, an empty file or anything else NotADatabase
   // ("Unrecognized database format '<path>'."); a damaged SQLite file NotADatabase as well. Exclusive keeps the file locked against other connections while open; ReadOnly opens it
   // for reading only. Connect is kept for server backends.

@@ -35,10 +35,16 @@ TEST(EngineDispatch, OpeningReportsMissingForeignAndUnbuiltFormats) {
   std::string jet = dir.File("old.mdb");
   std::ofstream(jet, std::ios::binary) << std::string("\0\x01\0\0Standard Jet DB\0", 20) << std::string(200, '\0');
   auto unsupported = ErrorOf([&] { engine->OpenDatabase(jet); });
+#ifdef QUORBEX_WITH_JET
+  // The Jet backend takes the file by its signature and finds nothing behind it.
+  EXPECT_EQ(unsupported.Kind(), ErrorKind::NotADatabase);
+  EXPECT_NE(unsupported.Description().find(jet), std::string::npos);
+#else
   EXPECT_EQ(unsupported.Kind(), ErrorKind::NotSupported);
   EXPECT_NE(unsupported.Description().find("not supported yet"), std::string::npos);
   EXPECT_EQ(ErrorOf([&] { engine->OpenDatabase(std::string(QUORBEX_SHARED_DATA) + "/ASampleDatabase.accdb"); }).Kind(),
             ErrorKind::NotSupported);
+#endif
 }
 
 TEST(EngineDispatch, OnlyRegularFilesAreOpened) {

@@ -8,6 +8,7 @@
 #include "tools/qdl/demo.h"
 #include "tools/qdl/export.h"
 #include "tools/qdl/import.h"
+#include "tools/qdl/migrate.h"
 #include "tools/qdl/query.h"
 #include "tools/qdl/schema_commands.h"
 #include "tools/qdl/secrets.h"
@@ -58,6 +59,11 @@ int main(int argc, char** argv) {
   query->add_option("--max-width", query_options.max_width, "Widest column of the table, in characters")
       ->capture_default_str()
       ->check(CLI::Range(4, 10000));
+  quorbex::qdl::MigrateOptions migrate_options;
+  auto* migrate = app.add_subcommand(
+      "migrate", "Copy a database whole (e.g. a Jet .mdb/.accdb file) into a new SQLite file or a server database");
+  migrate->add_option("SOURCE", migrate_options.source, "The database to copy")->required();
+  migrate->add_option("TARGET", migrate_options.target, "A new SQLite file, or a server connection string")->required();
   // ---- end of import, export, query ----
 
   CLI11_PARSE(app, argc, argv);
@@ -69,6 +75,7 @@ int main(int argc, char** argv) {
     if (*importer) return quorbex::qdl::RunImport(import_options);
     if (*exporter) return quorbex::qdl::RunExport(export_options);
     if (*query) return quorbex::qdl::RunQuery(query_options);
+    if (*migrate) return quorbex::qdl::RunMigrate(migrate_options);
   } catch (const std::exception& e) {
     std::fprintf(stderr, "qdl: %s\n", quorbex::qdl::MaskSecrets(e.what()).c_str());
     return 1;

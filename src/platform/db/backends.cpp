@@ -9,6 +9,9 @@
 #ifdef QUORBEX_WITH_POSTGRESQL
 #include "platform/db/postgresql/pg_database.h"
 #endif
+#ifdef QUORBEX_WITH_JET
+#include "platform/db/jet/jet_database.h"
+#endif
 
 namespace quorbex::db::internal {
 
@@ -16,6 +19,9 @@ std::span<Backend* const> Backends() {
   static Backend* const kList[] = {
 #ifdef QUORBEX_WITH_SQLITE
       &SqliteBackend(),
+#endif
+#ifdef QUORBEX_WITH_JET
+      &JetBackend(),  // before the stand-in below, which then only speaks for builds without it
 #endif
       &UnbuiltJetBackend(),
 #ifdef QUORBEX_WITH_POSTGRESQL

@@ -164,6 +164,16 @@ void Database::CompactInPlace() {
   Raise(ErrorKind::NotSupported, "This database is compacted into a new file, not in place.");
 }
 
+void Database::Execute(const std::string&, std::span<const Variant>, int32_t) {
+  Raise(ErrorKind::NotSupported, "This database takes no parameters in action statements.");
+}
+
+std::vector<Relation> Database::Relations() { return {}; }
+
+void Database::CreateRelation(const Relation& relation) {
+  Raise(ErrorKind::NotSupported, "This database cannot create relationships ('" + relation.Name + "').");
+}
+
 std::string Database::QuoteName(std::string_view name) const {
   std::string quoted = "\"";
   for (char c : name) {

@@ -24,6 +24,9 @@ class ForwardingDatabase : public db::Database {
   bool Supports(db::Feature feature) const override { return target_->Supports(feature); }
   std::string QuoteName(std::string_view name) const override { return target_->QuoteName(name); }
   void Execute(const std::string& query, int32_t options) override { target_->Execute(query, options); }
+  void Execute(const std::string& query, std::span<const Variant> parameters, int32_t options) override {
+    target_->Execute(query, parameters, options);
+  }
   int32_t RecordsAffected() const override { return target_->RecordsAffected(); }
   std::shared_ptr<db::Recordset> OpenRecordset(const std::string& name, int32_t type, int32_t options) override {
     return target_->OpenRecordset(name, type, options);
@@ -41,6 +44,8 @@ class ForwardingDatabase : public db::Database {
   std::shared_ptr<db::TableDef> CreateTableDef(const std::string& name) override {
     return target_->CreateTableDef(name);
   }
+  std::vector<db::Relation> Relations() override { return target_->Relations(); }
+  void CreateRelation(const db::Relation& relation) override { target_->CreateRelation(relation); }
   void BeginTrans() override { target_->BeginTrans(); }
   void CommitTrans() override { target_->CommitTrans(); }
   void Rollback() override { target_->Rollback(); }

@@ -88,7 +88,7 @@ sqlite3* Connection::Handle() const {
   return db_;
 }
 
-bool Connection::ReadOnly() const { return sqlite3_db_readonly(Handle(), "main") == 1; }
+bool Connection::ReadOnly() const { return !refusal_.empty() || sqlite3_db_readonly(Handle(), "main") == 1; }
 
 void StmtPool::Flush() {
   for (auto& [text, statement] : idle) sqlite3_finalize(statement.stmt);
@@ -122,8 +122,9 @@ Stmt Connection::Prepare(std::string_view sql, std::string_view* tail) const {
   const auto start = std::chrono::steady_clock::now();
   int rc = sqlite3_prepare_v2(handle, sql.data(), static_cast<int>(sql.size()), &stmt, &end);
   if (rc != SQLITE_OK) {
+    std::string message = sqlite3_errmsg(handle);
     sqlite3_finalize(stmt);
-    RaiseSqlite(rc, sqlite3_errmsg(handle), path_, MillisecondsSince(start));
+    RaiseError(rc, message, MillisecondsSince(start));
   }
   if (schema_changing_) {
     schema_changing_ = false;
@@ -148,7 +149,7 @@ int Connection::Step(sqlite3_stmt* stmt) const {
   if (rc == SQLITE_ROW || rc == SQLITE_DONE) return rc;
   std::string message = sqlite3_errmsg(db_);
   sqlite3_reset(stmt);
-  RaiseSqlite(rc, message, path_, MillisecondsSince(start));
+  RaiseError(rc, message, MillisecondsSince(start));
 }
 
 int64_t Connection::Exec(std::string_view sql) const {
@@ -166,7 +167,17 @@ int64_t Connection::Exec(std::string_view sql) const {
 }
 
 void Connection::Fail(int rc) const {
-  RaiseSqlite(rc, db_ != nullptr ? sqlite3_errmsg(db_) : sqlite3_errstr(rc), path_, busy_ms_);
+  RaiseError(rc, db_ != nullptr ? sqlite3_errmsg(db_) : sqlite3_errstr(rc), busy_ms_);
+}
+
+void Connection::RaiseError(int rc, std::string_view message, int waited_ms) const {
+  if ((rc & 0xff) == SQLITE_READONLY && !refusal_.empty()) internal::Raise(ErrorKind::ReadOnly, refusal_);
+  RaiseSqlite(rc, message, path_, waited_ms);
+}
+
+void Connection::RefuseWrites(std::string reason) {
+  Exec("PRAGMA query_only = 1");
+  refusal_ = std::move(reason);
 }
 
 int64_t Connection::SchemaVersion(const std::string& schema) const {

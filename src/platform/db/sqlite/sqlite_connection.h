@@ -60,6 +60,8 @@ class Connection {
   // The handle; raises Closed once the connection was closed.
   sqlite3* Handle() const;
   const std::string& Path() const { return path_; }
+  // Changes the name the connection reports (an in-memory database named after what it copies).
+  void SetPath(std::string path) { path_ = std::move(path); }
   int BusyMs() const { return busy_ms_; }
   // Installs the busy handler: a call that meets another connection's lock retries every millisecond
   // or two until the busy timeout has passed. SQLite's own timeout sleeps up to 100 ms between tries,
@@ -67,8 +69,13 @@ class Connection {
   // timeout; short, slightly random sleeps let each waiter in at the next gap.
   void WaitWhenBusy();
   bool IsOpen() const { return db_ != nullptr; }
-  // True when the main database cannot be written (opened read-only or write-protected).
+  // True when the main database cannot be written (opened read-only, write-protected, or refusing
+  // writes after RefuseWrites).
   bool ReadOnly() const;
+  // From now on every change to the database (rows, schema, views, temporary objects included) fails
+  // with ErrorKind::ReadOnly and `reason` as its text: a database that is a read-only copy of another
+  // one (the Jet mirror) says where its data comes from and what to do instead.
+  void RefuseWrites(std::string reason);
 
   // Prepares one statement (the first of `sql`), or takes an idle one prepared from the same text;
   // raises with the engine's text. `tail` receives the rest of the text when given.
@@ -79,6 +86,8 @@ class Connection {
   int64_t Exec(std::string_view sql) const;
   // Raises the error the connection reports for `rc`.
   [[noreturn]] void Fail(int rc) const;
+  // Raises `rc` with `message` (RaiseSqlite, or the refusal text of RefuseWrites).
+  [[noreturn]] void RaiseError(int rc, std::string_view message, int waited_ms) const;
 
   // The schema cookie of `schema` ("main", "temp", ...): it changes with every schema change.
   int64_t SchemaVersion(const std::string& schema) const;
@@ -95,6 +104,7 @@ class Connection {
   sqlite3* db_;
   std::string path_;
   int busy_ms_;
+  std::string refusal_;  // set by RefuseWrites
   std::chrono::steady_clock::time_point busy_since_;
   uint32_t busy_jitter_ = 0;
   std::vector<std::weak_ptr<Closable>> items_;

@@ -1,6 +1,8 @@
 // The SQLite Database, its query definitions, and the backend that opens, creates and compacts files.
 #include <unistd.h>
 
+#include <cstring>
+
 #include "platform/db/sqlite/sqlite_database.h"
 
 #include "platform/db/backend.h"
@@ -206,6 +208,25 @@ class SqliteDatabase : public Database {
     records_affected_ = SqliteQueryDef::RunAction(conn_, Query);
   }
 
+  void Execute(const std::string& Query, std::span<const Variant> Parameters, int32_t /*Options*/) override {
+    records_affected_ = 0;
+    std::string_view tail;
+    Stmt stmt = conn_->Prepare(Query, &tail);
+    if (!stmt) Raise(ErrorKind::Syntax, "The SQL text is empty.");
+    if (!TrimStatement(tail).empty()) Raise(ErrorKind::Syntax, "Only one statement can take parameters.");
+    if (sqlite3_column_count(stmt.get()) > 0 && sqlite3_stmt_readonly(stmt.get())) {
+      Raise(ErrorKind::InvalidOperation, text::kSelectInExecute);
+    }
+    if (static_cast<int>(Parameters.size()) != sqlite3_bind_parameter_count(stmt.get())) {
+      Raise(ErrorKind::InvalidOperation, "The statement has " + std::to_string(sqlite3_bind_parameter_count(stmt.get())) +
+                                             " parameters, " + std::to_string(Parameters.size()) + " values were given.");
+    }
+    for (size_t i = 0; i < Parameters.size(); ++i) Bind(*conn_, stmt.get(), static_cast<int>(i + 1), Encode(Parameters[i], 0));
+    while (conn_->Step(stmt.get()) == SQLITE_ROW) {
+    }
+    records_affected_ = sqlite3_changes64(conn_->Handle());
+  }
+
   int32_t RecordsAffected() const override { return static_cast<int32_t>(records_affected_); }
 
   std::shared_ptr<Recordset> OpenRecordset(const std::string& Name, int32_t Type, int32_t Options) override {
@@ -252,6 +273,80 @@ class SqliteDatabase : public Database {
   std::shared_ptr<TableDef> CreateTableDef(const std::string& Name) override {
     conn_->Handle();
     return NewTableDef(schema_, Name);
+  }
+
+  std::vector<Relation> Relations() override {
+    std::vector<Relation> out;
+    Stmt stmt = conn_->Prepare(
+        "SELECT m.name, f.id, f.\"table\", f.\"from\", f.\"to\", f.on_update, f.on_delete "
+        "FROM sqlite_master AS m, pragma_foreign_key_list(m.name) AS f WHERE m.type = 'table' "
+        "ORDER BY m.name COLLATE NOCASE, f.id, f.seq");
+    int64_t last_id = -1;
+    std::string last_table;
+    while (conn_->Step(stmt.get()) == SQLITE_ROW) {
+      std::string table = ColumnText(stmt.get(), 0);
+      int64_t id = sqlite3_column_int64(stmt.get(), 1);
+      if (out.empty() || id != last_id || table != last_table) {
+        Relation r;
+        r.ForeignTable = table;
+        r.Table = ColumnText(stmt.get(), 2);
+        // SQLite keeps no name for a foreign key: the relationship is named after its two tables.
+        r.Name = r.Table + r.ForeignTable;
+        if (ColumnText(stmt.get(), 5) == "CASCADE") r.Attributes |= dbRelationUpdateCascade;
+        if (ColumnText(stmt.get(), 6) == "CASCADE") r.Attributes |= dbRelationDeleteCascade;
+        out.push_back(std::move(r));
+        last_id = id;
+        last_table = table;
+      }
+      out.back().ForeignFields.push_back(ColumnText(stmt.get(), 3));
+      out.back().Fields.push_back(ColumnText(stmt.get(), 4));
+    }
+    return out;
+  }
+
+  // SQLite adds a foreign key only with its table, so the table is made again with the key: a copy
+  // under a passing name takes the rows, replaces the table and gets its indexes back, all in one
+  // savepoint.
+  void CreateRelation(const Relation& relation) override {
+    if (relation.Fields.empty() || relation.Fields.size() != relation.ForeignFields.size()) {
+      Raise(ErrorKind::InvalidOperation, "The relationship '" + relation.Name + "' needs pairs of fields.");
+    }
+    if (!TableOrViewExists(*conn_, relation.Table)) RaiseItemNotFound("'" + relation.Table + "'");
+    Stmt stmt = conn_->Prepare("SELECT name, sql FROM sqlite_master WHERE type = 'table' AND name = ?1 COLLATE NOCASE");
+    sqlite3_bind_text(stmt.get(), 1, relation.ForeignTable.c_str(), -1, SQLITE_TRANSIENT);
+    if (conn_->Step(stmt.get()) != SQLITE_ROW) RaiseItemNotFound("'" + relation.ForeignTable + "'");
+    const std::string table = ColumnText(stmt.get(), 0);
+    const std::string sql = ColumnText(stmt.get(), 1);
+    stmt.reset();
+    size_t open = sql.find(Quote(table) + " (");
+    open = open == std::string::npos ? sql.find('(') : open + Quote(table).size() + 1;
+    const size_t close = sql.rfind(')');
+    if (open == std::string::npos || close == std::string::npos || close < open) {
+      Raise(ErrorKind::General, "Cannot read the definition of table '" + table + "'.");
+    }
+    auto list = [](const std::vector<std::string>& names) {
+      std::string out;
+      for (const auto& n : names) out += (out.empty() ? "" : ", ") + Quote(n);
+      return out;
+    };
+    std::string key = ", CONSTRAINT " + Quote(relation.Name) + " FOREIGN KEY (" + list(relation.ForeignFields) +
+                      ") REFERENCES " + Quote(relation.Table) + " (" + list(relation.Fields) + ")";
+    if (relation.Attributes & dbRelationUpdateCascade) key += " ON UPDATE CASCADE";
+    if (relation.Attributes & dbRelationDeleteCascade) key += " ON DELETE CASCADE";
+    const std::string passing = "quorbex_rebuild_" + table;
+    std::string rebuilt = "CREATE TABLE \"main\"." + Quote(passing) + " " + sql.substr(open, close - open) + key + sql.substr(close);
+    std::vector<std::string> indexes;
+    Stmt idx = conn_->Prepare("SELECT sql FROM sqlite_master WHERE type = 'index' AND tbl_name = ?1 AND sql IS NOT NULL");
+    sqlite3_bind_text(idx.get(), 1, table.c_str(), -1, SQLITE_TRANSIENT);
+    while (conn_->Step(idx.get()) == SQLITE_ROW) indexes.push_back(ColumnText(idx.get(), 0));
+    idx.reset();
+    InSavepoint(*conn_, [&] {
+      conn_->Exec(rebuilt);
+      conn_->Exec("INSERT INTO \"main\"." + Quote(passing) + " SELECT * FROM \"main\"." + Quote(table));
+      conn_->Exec("DROP TABLE \"main\"." + Quote(table));
+      conn_->Exec("ALTER TABLE \"main\"." + Quote(passing) + " RENAME TO " + Quote(table));
+      for (const auto& index : indexes) conn_->Exec(index);
+    });
   }
 
   void BeginTrans() override {
@@ -351,6 +446,22 @@ class Sqlite : public Backend {
 };
 
 }  // namespace
+
+MemoryDatabase OpenMemoryDatabase(const std::string& label, int busy_ms, std::string_view image) {
+  auto conn = Connect(":memory:", SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, busy_ms);
+  conn->SetPath(label);
+  if (!image.empty()) {
+    auto* copy = static_cast<unsigned char*>(sqlite3_malloc64(image.size()));
+    if (copy == nullptr) throw std::bad_alloc();
+    std::memcpy(copy, image.data(), image.size());
+    int rc = sqlite3_deserialize(conn->Handle(), "main", copy, static_cast<sqlite3_int64>(image.size()),
+                                 static_cast<sqlite3_int64>(image.size()),
+                                 SQLITE_DESERIALIZE_FREEONCLOSE | SQLITE_DESERIALIZE_RESIZEABLE);
+    if (rc != SQLITE_OK) conn->Fail(rc);
+  }
+  return {std::make_shared<SqliteDatabase>(conn), conn};
+}
+
 }  // namespace quorbex::db::internal::sqlite
 
 namespace quorbex::db::internal {
