@@ -182,8 +182,8 @@ int RunMigrate(const MigrateOptions& options) {
   bool in_transaction = false;
   auto progress = std::make_unique<frmProgress>();
   try {
-    // Tables first (system tables stay behind), then the relationships between them, then the rows,
-    // so that a target that checks foreign keys at once meets them with the keys in place.
+    // Tables first (system tables stay behind), then the rows, then the relationships between them:
+    // a target that checks foreign keys at once would refuse rows copied in table order.
     std::vector<std::shared_ptr<db::TableDef>> tables;
     auto defs = source->TableDefs();
     for (int32_t i = 0; i < defs->Count(); ++i) {
@@ -195,6 +195,10 @@ int RunMigrate(const MigrateOptions& options) {
     target->BeginTrans();
     in_transaction = true;
     for (const auto& t : tables) report.tables.push_back(CreateTable(*target, *t));
+    progress->Show();
+    int32_t done = 0;
+    for (auto& copy : report.tables) CopyRows(*source, *target, copy, progress.get(), done, total);
+    progress->Unload();
     for (const auto& r : source->Relations()) {
       std::string why;
       if (Attempt(*target, [&] { target->CreateRelation(r); }, why)) {
@@ -203,10 +207,6 @@ int RunMigrate(const MigrateOptions& options) {
         report.left_out.push_back("relationship " + r.Name + ": " + why);
       }
     }
-    progress->Show();
-    int32_t done = 0;
-    for (auto& copy : report.tables) CopyRows(*source, *target, copy, progress.get(), done, total);
-    progress->Unload();
 
     // Views: one built on another fails until that one exists, so rounds repeat while views are made.
     auto queries = source->QueryDefs();

@@ -20,6 +20,16 @@ constexpr const char* kViews =
     "WHERE c.relkind = 'v' AND n.nspname NOT IN ('pg_catalog', 'information_schema') "
     "AND pg_catalog.pg_table_is_visible(c.oid)";
 
+// The foreign keys of the tables visible on the search path, one row per pair of columns.
+constexpr const char* kForeignKeys =
+    "SELECT k.conname, r.relname, f.relname, k.confupdtype::text, k.confdeltype::text, ra.attname, fa.attname "
+    "FROM pg_catalog.pg_constraint k JOIN pg_catalog.pg_class f ON f.oid = k.conrelid "
+    "JOIN pg_catalog.pg_class r ON r.oid = k.confrelid "
+    "CROSS JOIN LATERAL unnest(k.conkey, k.confkey) WITH ORDINALITY AS c(fk, rk, n) "
+    "JOIN pg_catalog.pg_attribute fa ON fa.attrelid = k.conrelid AND fa.attnum = c.fk "
+    "JOIN pg_catalog.pg_attribute ra ON ra.attrelid = k.confrelid AND ra.attnum = c.rk "
+    "WHERE k.contype = 'f' AND pg_catalog.pg_table_is_visible(k.conrelid) ORDER BY f.relname, k.conname, c.n";
+
 bool AllowsUpdates(int32_t type, int32_t options) {
   return (type == dbOpenDynaset || type == dbOpenTable) && (options & dbReadOnly) == 0;
 }
@@ -177,7 +187,68 @@ class PgDatabase : public Database {
     records_affected_ = PgQueryDef::RunAction(*conn_, Query);
   }
 
+  void Execute(const std::string& Query, std::span<const Variant> Parameters, int32_t /*Options*/) override {
+    records_affected_ = 0;
+    const auto statements = SplitStatements(Query);
+    if (statements.empty()) Raise(ErrorKind::Syntax, "The SQL text is empty.");
+    if (statements.size() > 1) Raise(ErrorKind::Syntax, "Only one statement can take parameters.");
+    if (IsQuery(statements[0])) Raise(ErrorKind::InvalidOperation, text::kSelectInExecute);
+    int count = 0;
+    const std::string numbered = NumberPlaceholders(statements[0], &count);
+    if (static_cast<size_t>(count) != Parameters.size()) {
+      Raise(ErrorKind::InvalidOperation, "The statement has " + std::to_string(count) + " parameters, " +
+                                             std::to_string(Parameters.size()) + " values were given.");
+    }
+    std::vector<Param> params;
+    for (const auto& p : Parameters) params.push_back(ToParam(p, 0));
+    Result result = conn_->Guarded([&] { return conn_->Run(numbered, params); });
+    const char* tuples = PQcmdTuples(result.get());
+    records_affected_ = tuples[0] != '\0' ? std::stoll(tuples) : 0;
+  }
+
   int32_t RecordsAffected() const override { return static_cast<int32_t>(records_affected_); }
+
+  std::vector<Relation> Relations() override {
+    Result result = conn_->Exec(kForeignKeys);
+    const PGresult* r = result.get();
+    std::vector<Relation> out;
+    for (int i = 0; i < PQntuples(r); ++i) {
+      if (out.empty() || out.back().Name != TextAt(r, i, 0) || out.back().ForeignTable != TextAt(r, i, 2)) {
+        Relation relation;
+        relation.Name = TextAt(r, i, 0);
+        relation.Table = TextAt(r, i, 1);
+        relation.ForeignTable = TextAt(r, i, 2);
+        if (TextAt(r, i, 3) == "c") relation.Attributes |= dbRelationUpdateCascade;
+        if (TextAt(r, i, 4) == "c") relation.Attributes |= dbRelationDeleteCascade;
+        out.push_back(std::move(relation));
+      }
+      out.back().Fields.push_back(TextAt(r, i, 5));
+      out.back().ForeignFields.push_back(TextAt(r, i, 6));
+    }
+    return out;
+  }
+
+  // The rows already there are not checked (NOT VALID); new and changed rows are.
+  void CreateRelation(const Relation& relation) override {
+    if (relation.Fields.empty() || relation.Fields.size() != relation.ForeignFields.size()) {
+      Raise(ErrorKind::InvalidOperation, "The relationship '" + relation.Name + "' needs pairs of fields.");
+    }
+    if (RelationNamed(*conn_, relation.Table, "rp") == InvalidOid) RaiseItemNotFound("'" + relation.Table + "'");
+    if (RelationNamed(*conn_, relation.ForeignTable, "rp") == InvalidOid) RaiseItemNotFound("'" + relation.ForeignTable + "'");
+    if ((relation.Attributes & dbRelationDontEnforce) != 0) return;  // a relationship the server would not keep
+    auto list = [](const std::vector<std::string>& names) {
+      std::string out;
+      for (const auto& n : names) out += (out.empty() ? "" : ", ") + Quote(n);
+      return out;
+    };
+    std::string sql = "ALTER TABLE " + Quote(relation.ForeignTable) + " ADD CONSTRAINT " + Quote(relation.Name) +
+                      " FOREIGN KEY (" + list(relation.ForeignFields) + ") REFERENCES " + Quote(relation.Table) + " (" +
+                      list(relation.Fields) + ")";
+    if (relation.Attributes & dbRelationUpdateCascade) sql += " ON UPDATE CASCADE";
+    if (relation.Attributes & dbRelationDeleteCascade) sql += " ON DELETE CASCADE";
+    conn_->ExecWhole(sql + " NOT VALID");
+    conn_->SchemaChanged();
+  }
 
   std::shared_ptr<Recordset> OpenRecordset(const std::string& Name, int32_t Type, int32_t Options) override {
     std::string_view source = TrimStatement(Name);
