@@ -75,6 +75,22 @@ TEST_F(PostgresqlBackend, ValuesAreExactAndReadsInterleave) {
   EXPECT_EQ(db->OpenRecordset("SELECT amount::text AS t FROM money")->Fields(0)->Value().AsString(),
             "123456789012345.6789");
 
+  // A key written into an auto-increment field (a copied table) moves the counter past it.
+  auto counted = db->CreateTableDef("counted");
+  auto id = counted->CreateField("id", dbLong);
+  id->Attributes(dbAutoIncrField);
+  counted->Fields()->Append(id);
+  counted->Fields()->Append(counted->CreateField("name", dbText, 10));
+  db->TableDefs()->Append(counted);
+  auto keyed = db->OpenRecordset("counted");
+  keyed->AddNew();
+  keyed->Fields("id")->Value(41);
+  keyed->Update();
+  keyed->AddNew();
+  keyed->Fields("name")->Value("next");
+  keyed->Update();
+  EXPECT_EQ(CLng(keyed->Fields("id")->Value()), 42);
+
   // A read in progress gives way to other statements on the connection and keeps every row.
   auto series = db->OpenRecordset("SELECT g AS n FROM generate_series(1, 20000) AS g");
   EXPECT_EQ(CLng(series->Fields(0)->Value()), 1);

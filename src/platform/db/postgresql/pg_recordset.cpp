@@ -336,6 +336,22 @@ void PgRows::InsertRow(std::span<const size_t> written, const std::vector<Varian
   Result result = conn_->Write(sql, params);
   if (!result || PQntuples(result.get()) != 1) Raise(ErrorKind::General, "The new record was not stored.");
   Decode(result.get(), 0, row);
+  // An auto-increment key written by the caller (a copied table) moves the server's counter past it,
+  // which the server does not do by itself; otherwise the next new row would take a key in use.
+  for (size_t i = 0; i < written.size(); ++i) {
+    const ResultColumn& c = columns_[written[i]];
+    if ((c.attributes & dbAutoIncrField) == 0 || params[i].null) continue;
+    std::vector<Param> counter(3);
+    counter[0] = {false, false, Target()};
+    counter[1] = {false, false, c.origin};
+    counter[2] = params[i];
+    conn_->Guarded([&] {
+      return conn_->Run(
+          "SELECT pg_catalog.setval(q.s, $3::bigint) FROM (SELECT pg_catalog.pg_get_serial_sequence($1, $2)::regclass AS s) "
+          "AS q WHERE q.s IS NOT NULL AND $3::bigint > COALESCE(pg_catalog.pg_sequence_last_value(q.s), 0)",
+          counter);
+    });
+  }
 }
 
 bool PgRows::UpdateRow(std::span<const size_t> written, const std::vector<Variant>& values, const Variant* row) {
