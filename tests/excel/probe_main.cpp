@@ -2,7 +2,7 @@
 #include "platform/spreadsheet/uno/uno_spreadsheet.h"
 #include <iostream>
 using namespace quorbex;
-int main(char** argv) {
+int main(int, char** argv) {
   try {
     
     auto app = platform::StartSpreadsheetApplication();

@@ -194,7 +194,9 @@ std::string ExceptionText() {
   std::string text;
   if (caught >>= exception) text = S(exception.Message);
   // The office often adds its source location after the text: keep the text alone.
-  if (auto at = text.find(" at /"); at != std::string::npos) text.erase(at);
+  for (const char* location : {" at /", " at ./"}) {
+    if (auto at = text.find(location); at != std::string::npos) text.erase(at);
+  }
   if (auto at = text.find("\n"); at != std::string::npos && at > 0) text.erase(at);
   if (text.empty()) text = S(caught.getValueTypeName());
   return text;
@@ -402,7 +404,8 @@ std::shared_ptr<Workbook> UnoApplication::Open(const std::string& path, const st
     text += password ? " (wrong password?)" : " (is it protected by a password?)";
     throw std::runtime_error(text + ": " + e.what());
   }
-  if (!document.is()) throw std::runtime_error("the file '" + path + "' could not be opened");
+  // The loader gives nothing back for a file none of its formats recognises.
+  if (!document.is()) throw std::runtime_error("the file '" + path + "' is not a workbook");
   Reference<css::sheet::XSpreadsheetDocument> spreadsheet(document, UNO_QUERY);
   bool text_import = false;
   if (spreadsheet.is()) {
