@@ -182,8 +182,9 @@ void ExpectTyped(const CellBlock& read) {
 constexpr const char* kSetupMacro =
     "Sub Setup()\n"
     "  Range(\"E5\").Value = 42\n"
-    "  ThisWorkbook.Names.Add Name:=\"Data\", RefersTo:=\"=Sheet1!$A$1:$B$2\"\n"
-    "  ThisWorkbook.Names.Add Name:=\"Rate\", RefersTo:=\"=0.25\"\n"
+    "  Dim origin As New com.sun.star.table.CellAddress\n"
+    "  ThisComponent.NamedRanges.addNewByName(\"Data\", \"$Sheet1.$A$1:$B$2\", origin, 0)\n"
+    "  ThisComponent.NamedRanges.addNewByName(\"Rate\", \"0.25\", origin, 0)\n"
     "End Sub\n";
 
 TEST_F(ExcelApp, WorkbooksMacrosAndNamesOnOdsAndXlsx) {
@@ -312,6 +313,7 @@ TEST_F(ExcelApp, DataLayerRoundTripThroughWorkbook) {
 
   // From the workbook still open in the DataLayer's tools, by sheet; an unknown sheet or name.
   auto again = std::make_shared<DataLayer>();
+  ASSERT_TRUE(again->Excel()->WBOpen(path));
   ASSERT_TRUE(again->ImportExcelTable("", "Sheet1")) << again->ErrorStatus();
   EXPECT_EQ(again->RecordCount(), 2);
   auto none = std::make_shared<DataLayer>();
