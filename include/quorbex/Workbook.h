@@ -64,8 +64,8 @@ class Workbook : public Object {
   // Writes the block into the sheet with its top left cell at (top, left), in one call into the
   // application (plus one per kind of format that Dates and Booleans need).
   virtual void WriteCells(const std::string& sheet, int32_t top, int32_t left, const CellBlock& cells) = 0;
-  // The sheet's used range: from A1 (the first row and column, whether used or not) to the last used
-  // row and column. An empty sheet gives an empty block.
+  // The sheet's used range: from its first used row and column to its last used row and column. An
+  // empty sheet gives an empty block.
   virtual CellBlock ReadUsedRange(const std::string& sheet) = 0;
 
   // The defined names: the workbook's, then those of each sheet as "Sheet!Name".

@@ -44,7 +44,7 @@ constexpr bool kSanitized = true;
 constexpr bool kSanitized = false;
 #endif
 #define SKIP_WHEN_SANITIZED()                                                                                \
-  if (kSanitized) GTEST_SKIP() << "the office's UNO client libraries are not instrumented and do not run " \
+  if (kSanitized && !std::getenv("QUORBEX_UNO_UNDER_ASAN")) GTEST_SKIP() << "the office's UNO client libraries are not instrumented and do not run " \
                                   "under AddressSanitizer; these tests run in the plain build"
 
 // Offices whose profile this process made ("quorbex-office-<pid>-..." on their command line).
@@ -129,7 +129,7 @@ class OfficeEnvironment : public ::testing::Environment {
 class ExcelApp : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
-    if (!kSanitized) ::testing::AddGlobalTestEnvironment(new OfficeEnvironment);
+    if (!kSanitized || std::getenv("QUORBEX_UNO_UNDER_ASAN")) ::testing::AddGlobalTestEnvironment(new OfficeEnvironment);
   }
   void SetUp() override {
     SKIP_WHEN_SANITIZED();
@@ -361,6 +361,18 @@ TEST(ExcelProcess, EndsOnHangAndWhenTheClientDies) {
   waitpid(child, nullptr, 0);
   ASSERT_GT(group, 0);
   EXPECT_TRUE(GroupGone(group, std::chrono::seconds(10)));
+  // ... and the watchdog removes its profile folder.
+  const char* tmp = std::getenv("TMPDIR");
+  const std::string prefix = "quorbex-office-" + std::to_string(child) + "-";
+  bool profile_left = true;
+  for (int i = 0; i < 60 && profile_left; ++i) {
+    profile_left = false;
+    for (const auto& entry : std::filesystem::directory_iterator(tmp && *tmp ? tmp : "/tmp")) {
+      if (entry.path().filename().string().rfind(prefix, 0) == 0) profile_left = true;
+    }
+    if (profile_left) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  EXPECT_FALSE(profile_left);
 }
 
 // Run by the test above in a process of its own: starts an office, reports its group, and ends at

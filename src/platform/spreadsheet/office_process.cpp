@@ -63,8 +63,10 @@ int64_t NowMs() {
 }
 
 // The watchdog's whole life (in the forked child): wait for announcements on `fd`; kill the group
-// `group` when an announced call overruns or when the pipe reaches its end.
-[[noreturn]] void Watch(int fd, pid_t group) {
+// `group` when an announced call overruns or when the pipe reaches its end. At the end (our client has
+// gone without stopping the office) it also removes the profile folder, by running `remove` (an argv
+// made before the fork, as nothing else may allocate here).
+[[noreturn]] void Watch(int fd, pid_t group, char* const* remove) {
   int64_t deadline = -1;
   for (;;) {
     pollfd p{fd, POLLIN, 0};
@@ -86,6 +88,9 @@ int64_t NowMs() {
     deadline = message > 0 ? NowMs() + message : -1;
   }
   kill(-group, SIGKILL);
+  const timespec pause{0, 300 * 1000 * 1000};  // let the killed processes let go of their files
+  nanosleep(&pause, nullptr);
+  execv(remove[0], remove);
   _exit(0);
 }
 
@@ -114,6 +119,11 @@ OfficeProcess::OfficeProcess(const std::string& program, const std::vector<std::
   std::vector<char*> argv;
   for (auto& argument : args) argv.push_back(argument.data());
   argv.push_back(nullptr);
+
+  std::vector<std::string> remove_args{"/bin/rm", "-rf", "--", profile_};
+  std::vector<char*> remove;
+  for (auto& argument : remove_args) remove.push_back(argument.data());
+  remove.push_back(nullptr);
 
   int fds[2];
   if (pipe2(fds, O_CLOEXEC) != 0) {
@@ -153,7 +163,7 @@ OfficeProcess::OfficeProcess(const std::string& program, const std::vector<std::
   if (watchdog_ == 0) {
     close(fds[1]);
     CloseOtherFiles(fds[0]);
-    Watch(fds[0], pid_);
+    Watch(fds[0], pid_, remove.data());
   }
   close(fds[0]);
   watchdog_pipe_ = fds[1];
