@@ -37,16 +37,6 @@ namespace {
 
 #ifdef QUORBEX_HAVE_LIBREOFFICE
 
-// Under AddressSanitizer the office's client libraries, which are not instrumented, cannot run.
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
-#define SKIP_WHEN_SANITIZED()                                                                                \
-  if (kSanitized && !std::getenv("QUORBEX_UNO_UNDER_ASAN")) GTEST_SKIP() << "the office's UNO client libraries are not instrumented and do not run " \
-                                  "under AddressSanitizer; these tests run in the plain build"
-
 // Offices whose profile this process made ("quorbex-office-<pid>-..." on their command line).
 std::vector<pid_t> OurOffices() {
   const std::string mark = "quorbex-office-" + std::to_string(getpid()) + "-";
@@ -129,10 +119,9 @@ class OfficeEnvironment : public ::testing::Environment {
 class ExcelApp : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
-    if (!kSanitized || std::getenv("QUORBEX_UNO_UNDER_ASAN")) ::testing::AddGlobalTestEnvironment(new OfficeEnvironment);
+    ::testing::AddGlobalTestEnvironment(new OfficeEnvironment);
   }
   void SetUp() override {
-    SKIP_WHEN_SANITIZED();
     State() = ThreadState{};
     Locale::SetCurrent(Locale::C());
     starter_scope_ = std::make_unique<platform::SpreadsheetStarterScope>(std::make_shared<SharedStarter>());
@@ -324,7 +313,6 @@ TEST_F(ExcelApp, DataLayerRoundTripThroughWorkbook) {
 
 // The office's process group ends on a hang (after the call's time limit) and when its client dies.
 TEST(ExcelProcess, EndsOnHangAndWhenTheClientDies) {
-  SKIP_WHEN_SANITIZED();
   if (std::getenv("QUORBEX_EXCEL_CHILD_FD")) GTEST_SKIP() << "runs as the dying client only";
   {
     auto app = platform::StartUnoSpreadsheetApplication();
