@@ -30,10 +30,12 @@ function(quorbex_module name dir)
   set(QUORBEX_MODULES ${QUORBEX_MODULES} ${target} CACHE INTERNAL "")
 endfunction()
 
-# quorbex_test(MODULE) builds tests/MODULE/**/*_test.cpp into test_MODULE, linked against quorbex_MODULE
-# and the shared test support library.
+# quorbex_test(MODULE [lib...] [ENVIRONMENT var=value...]) builds tests/MODULE/**/*_test.cpp into
+# test_MODULE, linked against quorbex_MODULE, the libraries given and the shared test support library;
+# its tests run with the environment given.
 function(quorbex_test name)
-  set(extra ${ARGN})
+  cmake_parse_arguments(T "" "" "ENVIRONMENT" ${ARGN})
+  set(extra ${T_UNPARSED_ARGUMENTS})
   file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${name}/*_test.cpp)
   if(NOT sources)
     return()
@@ -41,7 +43,11 @@ function(quorbex_test name)
   add_executable(test_${name} ${sources})
   target_link_libraries(test_${name} PRIVATE quorbex_${name} ${extra} quorbex_internal quorbex_test_support GTest::gtest GTest::gtest_main)
   target_compile_definitions(test_${name} PRIVATE QUORBEX_SHARED_DATA="${PROJECT_SOURCE_DIR}/../shared/data")
-  gtest_discover_tests(test_${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 600)
+  if(T_ENVIRONMENT)
+    gtest_discover_tests(test_${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 600 ENVIRONMENT "${T_ENVIRONMENT}")
+  else()
+    gtest_discover_tests(test_${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 600)
+  endif()
 endfunction()
 
 # quorbex_backend(NAME DEFINITION LIBS...) adds the database backend in src/platform/db/NAME to the db

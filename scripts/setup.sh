@@ -7,7 +7,8 @@ set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${QUORBEX_BUILD_DIR:-$root/build}
 
-packages=(g++ cmake ninja-build pkg-config libsqlite3-dev libpugixml-dev libxml2-dev libcli11-dev libgtest-dev libpq-dev postgresql mdbtools-dev)
+packages=(g++ cmake ninja-build pkg-config libsqlite3-dev libpugixml-dev libxml2-dev libcli11-dev libgtest-dev
+          libpq-dev postgresql mdbtools-dev libreoffice-calc-nogui libreoffice-dev)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

@@ -36,6 +36,7 @@ class UnfilteredCopy;
 class clsAnalyzer;
 class clsExtractManager;
 class clsImportManager;
+class ExcelTools;
 class ListControl;
 
 class DataLayer : public Object, public std::enable_shared_from_this<DataLayer> {
@@ -254,6 +255,26 @@ class DataLayer : public Object, public std::enable_shared_from_this<DataLayer> 
   // The import manager of this object (made on first use and kept); its jobs fill this object.
   std::shared_ptr<clsImportManager> Import();
 
+  // ---- Spreadsheets ---------------------------------------------------------------------------------
+  // The spreadsheet tools of this object (ExcelTools.h), made on first use and kept until this object
+  // ends, which ends their application too.
+  std::shared_ptr<ExcelTools> Excel();
+  // Writes the records into a new workbook of Excel()'s application: a header row of field names, then
+  // one row per record, numbers, dates, truth values and texts as such (Null and Empty as empty cells),
+  // in one bulk write per sheet; records beyond a sheet's last row continue on further sheets. The
+  // application is shown where it can be (a display and an installation with a user interface). The
+  // workbook stays open in Excel() for the client (WBObject, WBClose). False with "VisualizeToExcel: " +
+  // the reason, or "Recordset not Loaded!".
+  bool VisualizeToExcel();
+  // Fills this object, which must hold no table yet, with a table of the workbook at strPath (opened
+  // read-only in Excel()'s application and closed again; "" reads Excel()'s open workbook): the used
+  // range of the sheet strSheetOrName, or of the first sheet when it is "", or else the range of the
+  // defined name strSheetOrName. The first row gives the field names (an empty one becomes "Field<n>"),
+  // every further row one record, the cells' values typed as the workbook holds them. As the CSV import
+  // does, a table without an "ID" column gets one in front, filled with new GUIDs. The records are new
+  // and marked changed. False with "ImportExcelTable: " + the reason.
+  bool ImportExcelTable(const std::string& strPath, const std::string& strSheetOrName = "");
+
  protected:
   // Turns the refresh-token publishing of Save on or off; the refresh timer uses it.
   void SetRefreshTimerActive(bool active) { refresh_timer_active_ = active; }
@@ -291,6 +312,7 @@ class DataLayer : public Object, public std::enable_shared_from_this<DataLayer> 
   std::shared_ptr<clsAnalyzer> analyzer_;
   std::shared_ptr<clsExtractManager> extract_manager_;
   std::shared_ptr<clsImportManager> import_manager_;
+  std::shared_ptr<ExcelTools> excel_tools_;
 };
 
 }  // namespace quorbex
